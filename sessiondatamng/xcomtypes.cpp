@@ -1,0 +1,41 @@
+#include "xcomtypes.h"
+
+void XFreeValueRecords(tagSESSIONDATAVALUE* records, ULONG count) noexcept
+{
+    if (!records)
+        return;
+    for (ULONG i = 0; i < count; ++i)
+    {
+        ::SysFreeString(records[i].bstrValueName);
+        ::SysFreeString(records[i].bstrValue);
+        records[i].bstrValueName = nullptr;
+        records[i].bstrValue = nullptr;
+    }
+}
+
+void XFreeValueArray(tagSESSIONDATAVALUE* records, ULONG count) noexcept
+{
+    XFreeValueRecords(records, count);
+    ::CoTaskMemFree(records);
+}
+
+void XFreeBstrArray(BSTR* names, ULONG count) noexcept
+{
+    if (!names)
+        return;
+    for (ULONG i = 0; i < count; ++i)
+        ::SysFreeString(names[i]);
+    ::CoTaskMemFree(names);
+}
+
+void XFreeKeyValueArray(tagKEY_SESSIONDATAVALUE* records, ULONG count) noexcept
+{
+    if (!records)
+        return;
+    for (ULONG i = 0; i < count; ++i)
+    {
+        ::SysFreeString(records[i].bstrKeyName);
+        XFreeValueArray(records[i].pSessionDataValue, records[i].ulCount);
+    }
+    ::CoTaskMemFree(records);
+}

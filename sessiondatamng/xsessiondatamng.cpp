@@ -1,0 +1,243 @@
+#include "xsessiondatamng.h"
+
+#include "xcomtypes.h"
+#include "xsdmerror.h"
+#include "xsessiondatamngimpl.h"
+
+namespace
+{
+const char kUnit[] = "xsessiondatamng";
+volatile LONG g_liveManagers = 0;
+
+// Runs call on the core. A core that cannot be created is reported through CheckPtr at the
+// method's location; whatever the core's code throws (out of memory while copying strings)
+// becomes an HRESULT here instead of crossing the COM boundary.
+template <class Call>
+HRESULT OnCore(unsigned long line, const XWQComBSTR& function, Call&& call) noexcept
+{
+    return XSdmBoundary(kUnit, line, function, IID_IWQ_SessionDataMng, [&]() -> HRESULT {
+        XSessionDataMngImpl* core = XSessionDataMngImpl::GetInstance();
+        if (!core)
+            return XWQError::CheckPtr(XSdmLocation(kUnit, line, function, IID_IWQ_SessionDataMng), core,
+                                      XWQComBSTR());
+        return call(*core);
+    });
+}
+
+LONG Key(SESSIONDATATYPE dataType)
+{
+    return static_cast<LONG>(dataType);
+}
+
+// The manager converts its own copy of an incoming value, never the caller's.
+HRESULT CopyValue(const VARIANT& in, XVariant& copy)
+{
+    return FAILED(::VariantCopy(&copy, const_cast<VARIANT*>(&in))) ? E_INVALIDARG : S_OK;
+}
+} // namespace
+
+// Forwards one method to the core; the call expression names the core "core".
+#define XSDM_MNG_CALL(method, ...)                                                                                   \
+    OnCore(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMng::" method),                                             \
+           [&](XSessionDataMngImpl& core) -> HRESULT { return __VA_ARGS__; })
+
+XSessionDataMng::XSessionDataMng()
+{
+    ::InterlockedIncrement(&g_liveManagers);
+}
+
+XSessionDataMng::~XSessionDataMng()
+{
+    if (::InterlockedDecrement(&g_liveManagers) == 0)
+        Terminate();
+}
+
+LONG XSessionDataMng::LiveObjects()
+{
+    return ::InterlockedCompareExchange(&g_liveManagers, 0, 0);
+}
+
+HRESULT XSessionDataMng::Terminate()
+{
+    // Unlike the interface methods, Terminate makes its function name on each call.
+    const XWQComBSTR function(L"XSessionDataMng::Terminate");
+    return OnCore(__LINE__, function, [](XSessionDataMngImpl& core) { return core.Terminate(); });
+}
+
+HRESULT XSessionDataMng::InternalQueryInterface(REFIID iid, void** ppv)
+{
+    return XQueryInterfaces<IWQ_SessionDataMng, ISupportErrorInfo>(this, iid, ppv);
+}
+
+STDMETHODIMP XSessionDataMng::InterfaceSupportsErrorInfo(REFIID iid)
+{
+    return ::IsEqualIID(iid, IID_IWQ_SessionDataMng) ? S_OK : S_FALSE;
+}
+
+STDMETHODIMP XSessionDataMng::SetStorage(IWQ_SessionDataStorage* piSessionDataStorage, SESSIONDATATYPE dataType,
+                                         LONG bCacheStorage)
+{
+    return XSDM_MNG_CALL("SetStorage", core.SetStorage(piSessionDataStorage, Key(dataType), bCacheStorage));
+}
+
+STDMETHODIMP XSessionDataMng::SetStorageIO(IWQ_SessionDataIO* piSessionDataIO, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("SetStorageIO", core.SetStorageIO(piSessionDataIO, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursive, ULONG* pulCount, BSTR** ppSubKeyList,
+                                         SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("GetSubKeys",
+                         core.GetSubKeys(bstrKeyName, ulRecursive, pulCount, ppSubKeyList, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::GetObjectSubKeys(IUnknown* piObject, BSTR bstrKeyName, ULONG ulRecursive,
+                                               ULONG* pulCount, BSTR** ppSubKeyList, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("GetObjectSubKeys", core.GetObjectSubKeys(piObject, bstrKeyName, ulRecursive, pulCount,
+                                                                   ppSubKeyList, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::SaveData(SESSIONDATATYPE dataType, BSTR bstrKeyName, BSTR bstrValueName)
+{
+    return XSDM_MNG_CALL("SaveData", core.SaveData(Key(dataType), bstrKeyName, bstrValueName));
+}
+
+STDMETHODIMP XSessionDataMng::TransferDataFromTo(SESSIONDATATYPE dataTypeForm, SESSIONDATATYPE dataTypeTo,
+                                                 BSTR bstrKeyNameFrom, BSTR bstrKeyNameTo)
+{
+    return XSDM_MNG_CALL("TransferDataFromTo", core.TransferDataFromTo(Key(dataTypeForm), Key(dataTypeTo),
+                                                                       bstrKeyNameFrom, bstrKeyNameTo));
+}
+
+STDMETHODIMP XSessionDataMng::GetData(BSTR bstrKeyName, BSTR bstrValueName, unsigned short varType,
+                                      VARIANT* pVariantValue, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("GetData", core.GetData(bstrKeyName, bstrValueName, varType, pVariantValue, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::GetDataEncrypt(BSTR bstrKeyName, BSTR bstrValueName, unsigned short varType,
+                                             VARIANT* pVariantValue, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("GetDataEncrypt",
+                         core.GetDataEncrypt(bstrKeyName, bstrValueName, varType, pVariantValue, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::WriteData(BSTR bstrKeyName, BSTR bstrValueName, VARIANT VariantValue,
+                                        SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("WriteData", [&] {
+        XVariant copy;
+        const HRESULT copied = CopyValue(VariantValue, copy);
+        return FAILED(copied) ? copied : core.WriteData(bstrKeyName, bstrValueName, copy.Get(), Key(dataType));
+    }());
+}
+
+STDMETHODIMP XSessionDataMng::GetStringList(BSTR bstrKeyName, ULONG* pulCount, tagSESSIONDATAVALUE** ppSessionDataList,
+                                            SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("GetStringList", core.GetStringList(bstrKeyName, pulCount, ppSessionDataList, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::WriteStringList(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pSessionDataList,
+                                              SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("WriteStringList",
+                         core.WriteStringList(bstrKeyName, ulCount, pSessionDataList, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::GetObjectData(IUnknown* piObject, BSTR bstrKeyName, BSTR bstrValueName,
+                                            unsigned short varType, VARIANT* pVariantValue, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("GetObjectData", core.GetObjectData(piObject, bstrKeyName, bstrValueName, varType,
+                                                             pVariantValue, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::WriteObjectData(IUnknown* piObject, BSTR bstrKeyName, BSTR bstrValueName,
+                                              VARIANT VariantValue, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("WriteObjectData", [&] {
+        XVariant copy;
+        const HRESULT copied = CopyValue(VariantValue, copy);
+        return FAILED(copied) ? copied
+                              : core.WriteObjectData(piObject, bstrKeyName, bstrValueName, copy.Get(), Key(dataType));
+    }());
+}
+
+STDMETHODIMP XSessionDataMng::GetObjectStringList(IUnknown* piObject, BSTR bstrKeyName, ULONG* pulCount,
+                                                  tagSESSIONDATAVALUE** ppSessionDataList, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("GetObjectStringList", core.GetObjectStringList(piObject, bstrKeyName, pulCount,
+                                                                         ppSessionDataList, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::WriteObjectStringList(IUnknown* piObject, BSTR bstrKeyName, ULONG ulCount,
+                                                    tagSESSIONDATAVALUE* pSessionDataList, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("WriteObjectStringList", core.WriteObjectStringList(piObject, bstrKeyName, ulCount,
+                                                                             pSessionDataList, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::IsInit(SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("IsInit", core.IsInit(Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyName, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("DeleteObjectKey", core.DeleteObjectKey(piObject, bstrKeyName, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::DeleteKey(BSTR bstrKeyName, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("DeleteKey", core.DeleteKey(bstrKeyName, Key(dataType)));
+}
+
+// The VB forms go through the object's own interface, so the same routing and reporting apply.
+STDMETHODIMP XSessionDataMng::GetDataVB(BSTR bstrKeyName, BSTR bstrValueName, SESSIONDATATYPE dataType,
+                                        VARIANT* pVariantValue)
+{
+    return GetData(bstrKeyName, bstrValueName, VT_BSTR, pVariantValue, dataType);
+}
+
+STDMETHODIMP XSessionDataMng::GetObjectDataVB(IUnknown* piObject, BSTR bstrKeyName, BSTR bstrValueName,
+                                              SESSIONDATATYPE dataType, VARIANT* pVariantValue)
+{
+    return GetObjectData(piObject, bstrKeyName, bstrValueName, VT_BSTR, pVariantValue, dataType);
+}
+
+STDMETHODIMP XSessionDataMng::FlushCache(SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("FlushCache", core.FlushCache(Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::FlushAsyncStorage(SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("FlushAsyncStorage", core.FlushAsyncStorage(Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::GetLastErrorAsyncExecution(SESSIONDATATYPE dataType, HRESULT* phrAsyncResult)
+{
+    return XSDM_MNG_CALL("GetLastErrorAsyncExecution", core.GetLastErrorAsyncExecution(Key(dataType), phrAsyncResult));
+}
+
+STDMETHODIMP XSessionDataMng::UploadCache(BSTR bstrKeyName, SESSIONDATATYPE dataType)
+{
+    return XSDM_MNG_CALL("UploadCache", core.UploadCache(bstrKeyName, Key(dataType)));
+}
+
+STDMETHODIMP XSessionDataMng::GetStorageType(SESSIONDATATYPE dataType, SDM_STORAGE_TYPE* pStorageType)
+{
+    return XSDM_MNG_CALL("GetStorageType", core.GetStorageType(Key(dataType), pStorageType));
+}
+
+STDMETHODIMP XSessionDataMng::SetInvalid()
+{
+    return XSDM_MNG_CALL("SetInvalid", core.SetInvalid());
+}
+
+STDMETHODIMP XSessionDataMng::Validate()
+{
+    return XSDM_MNG_CALL("Validate", core.Validate());
+}

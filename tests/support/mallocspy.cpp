@@ -1,0 +1,70 @@
+#include "mallocspy.h"
+
+#include <oleauto.h>
+
+extern "C" void WINAPI SetOaNoCache(void);  // exported by oleaut32, not declared by the headers
+
+STDMETHODIMP MallocSpy::QueryInterface(REFIID iid, void** ppv)
+{
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IMallocSpy))
+    {
+        *ppv = static_cast<IMallocSpy*>(this);
+        return S_OK;
+    }
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+}
+
+STDMETHODIMP_(void*) MallocSpy::PostAlloc(void* pActual)
+{
+    if (pActual)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_live.insert(pActual);
+    }
+    return pActual;
+}
+
+STDMETHODIMP_(void*) MallocSpy::PreFree(void* pRequest, BOOL fSpyed)
+{
+    if (pRequest && fSpyed)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_live.erase(pRequest);
+    }
+    return pRequest;
+}
+
+STDMETHODIMP_(SIZE_T) MallocSpy::PreRealloc(void* pRequest, SIZE_T cbRequest, void** ppNewRequest, BOOL fSpyed)
+{
+    if (pRequest && fSpyed)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_live.erase(pRequest);
+    }
+    *ppNewRequest = pRequest;
+    return cbRequest;
+}
+
+STDMETHODIMP_(void*) MallocSpy::PostRealloc(void* pActual, BOOL)
+{
+    return PostAlloc(pActual);
+}
+
+size_t MallocSpy::Outstanding() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_live.size();
+}
+
+ScopedMallocSpy::ScopedMallocSpy()
+{
+    SetOaNoCache();
+    m_registered = SUCCEEDED(::CoRegisterMallocSpy(&m_spy));
+}
+
+ScopedMallocSpy::~ScopedMallocSpy()
+{
+    if (m_registered)
+        ::CoRevokeMallocSpy();
+}

@@ -1,0 +1,50 @@
+// Leak check for the COM task allocator: an IMallocSpy that tracks every live block. BSTRs are
+// counted too because the BSTR cache is switched off while the spy is registered.
+#pragma once
+
+#include <windows.h>
+#include <objidl.h>
+#include <mutex>
+#include <set>
+
+class MallocSpy final : public IMallocSpy
+{
+public:
+    STDMETHODIMP QueryInterface(REFIID iid, void** ppv) override;
+    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+
+    STDMETHODIMP_(SIZE_T) PreAlloc(SIZE_T cbRequest) override { return cbRequest; }
+    STDMETHODIMP_(void*) PostAlloc(void* pActual) override;
+    STDMETHODIMP_(void*) PreFree(void* pRequest, BOOL fSpyed) override;
+    STDMETHODIMP_(void) PostFree(BOOL) override {}
+    STDMETHODIMP_(SIZE_T) PreRealloc(void* pRequest, SIZE_T cbRequest, void** ppNewRequest, BOOL fSpyed) override;
+    STDMETHODIMP_(void*) PostRealloc(void* pActual, BOOL fSpyed) override;
+    STDMETHODIMP_(void*) PreGetSize(void* pRequest, BOOL) override { return pRequest; }
+    STDMETHODIMP_(SIZE_T) PostGetSize(SIZE_T cbActual, BOOL) override { return cbActual; }
+    STDMETHODIMP_(void*) PreDidAlloc(void* pRequest, BOOL) override { return pRequest; }
+    STDMETHODIMP_(int) PostDidAlloc(void*, BOOL, int fActual) override { return fActual; }
+    STDMETHODIMP_(void) PreHeapMinimize() override {}
+    STDMETHODIMP_(void) PostHeapMinimize() override {}
+
+    size_t Outstanding() const;
+
+private:
+    mutable std::mutex m_mutex;
+    std::set<void*> m_live;
+};
+
+// Registers a spy for its lifetime (with the BSTR cache off) and tells how many blocks that were
+// allocated meanwhile are still live.
+class ScopedMallocSpy
+{
+public:
+    ScopedMallocSpy();
+    ~ScopedMallocSpy();
+    bool Registered() const { return m_registered; }
+    size_t Outstanding() const { return m_spy.Outstanding(); }
+
+private:
+    MallocSpy m_spy;
+    bool m_registered = false;
+};
