@@ -57,14 +57,14 @@ size_t MallocSpy::Outstanding() const
     return m_live.size();
 }
 
-ScopedMallocSpy::ScopedMallocSpy()
+ScopedMallocSpy::ScopedMallocSpy() : m_spy(new MallocSpy())
 {
     SetOaNoCache();
-    m_registered = SUCCEEDED(::CoRegisterMallocSpy(&m_spy));
+    m_registered = SUCCEEDED(::CoRegisterMallocSpy(m_spy));
 }
 
 ScopedMallocSpy::~ScopedMallocSpy()
 {
-    if (m_registered)
-        ::CoRevokeMallocSpy();
+    if (!m_registered || SUCCEEDED(::CoRevokeMallocSpy()))
+        delete m_spy;
 }

@@ -35,16 +35,19 @@ private:
 };
 
 // Registers a spy for its lifetime (with the BSTR cache off) and tells how many blocks that were
-// allocated meanwhile are still live.
+// allocated meanwhile are still live. Process-lifetime strings made on first use (function names)
+// count too: run the code under test once before the spy is registered.
 class ScopedMallocSpy
 {
 public:
     ScopedMallocSpy();
     ~ScopedMallocSpy();
     bool Registered() const { return m_registered; }
-    size_t Outstanding() const { return m_spy.Outstanding(); }
+    size_t Outstanding() const { return m_spy->Outstanding(); }
 
 private:
-    MallocSpy m_spy;
+    // COM keeps a spy registered while blocks it tracked are still live; such a spy must
+    // outlive this scope, so it is only deleted once revoked.
+    MallocSpy* m_spy;
     bool m_registered = false;
 };

@@ -1,0 +1,11 @@
+# The manager core: routing, the all-categories walk, values, lifetime, concurrency, leaks.
+wq_add_test(test_manager
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_routing.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_walk.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_transfer.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_values.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_lifetime.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_encrypt.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_leaks.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_concurrency.cpp)
+wq_add_test(test_core_allocation ${CMAKE_CURRENT_SOURCE_DIR}/test_core_allocation.cpp)
