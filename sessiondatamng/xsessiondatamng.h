@@ -20,6 +20,10 @@ public:
     static LONG LiveObjects();
     // Releases every binding of the core (also done when the last manager object is destroyed).
     static HRESULT Terminate();
+    // Structured-exception translator of the module's own threads: turns a processor or system
+    // exception into a thrown, logged XWrappedWQException (defined in stdafx.cpp). Threads install
+    // it with XScopedSeTranslator (cominc/XStructuredExceptionGuard.h).
+    static void TranslateCException(unsigned int code, EXCEPTION_POINTERS* pointers);
 
     // ISupportErrorInfo
     STDMETHODIMP InterfaceSupportsErrorInfo(REFIID iid) override;

@@ -1,0 +1,15 @@
+# Threading infrastructure: reference-counted critical sections with guarded data, events and
+# the message-pumping wait, threaded tasks and their scheduler, the structured-exception guard
+# (cominc/), interface call functors and the proxy policy (inc/), and the module's
+# structured-exception translator (sessiondatamng/stdafx).
+add_library(sdm_threading STATIC
+  ${CMAKE_SOURCE_DIR}/cominc/XBasicCritSection.cpp
+  ${CMAKE_SOURCE_DIR}/cominc/XThreadSync.cpp
+  ${CMAKE_SOURCE_DIR}/cominc/XThreadedTask.cpp
+  ${CMAKE_SOURCE_DIR}/cominc/XDelegatorThreadScheduler.cpp
+  ${CMAKE_SOURCE_DIR}/cominc/XStructuredExceptionGuard.cpp
+  ${CMAKE_SOURCE_DIR}/inc/wqcomfunctor.cpp
+  ${CMAKE_SOURCE_DIR}/inc/WQComProxy.cpp
+  ${CMAKE_SOURCE_DIR}/sessiondatamng/stdafx.cpp)
+target_include_directories(sdm_threading PUBLIC ${CMAKE_SOURCE_DIR}/cominc ${CMAKE_SOURCE_DIR}/inc)
+target_link_libraries(sdm_threading PUBLIC sessiondatamng_core user32)

@@ -1,0 +1,40 @@
+#include "WQComProxy.h"
+
+#include "xsdmerror.h"
+
+namespace WQComProxy
+{
+namespace report
+{
+namespace
+{
+const char kUnit[] = "WQComProxy";
+
+const XWQComBSTR& DoRemoteCallName()
+{
+    return XSDM_FUNCTION_NAME(L"XComProxyPolicy::DoRemoteCall");
+}
+} // namespace
+
+void InvocationNotRegistered()
+{
+    XSdmThrow(XSdmLocation(kUnit, __LINE__, DoRemoteCallName()), E_FAIL,
+              L"proxy call invokation implementation not registered");
+}
+
+HRESULT OnWrappedException(const XWrappedWQException& exception) noexcept
+{
+    return xsdm_detail::OnWQException(kUnit, __LINE__, DoRemoteCallName(), GUID_NULL, exception);
+}
+
+HRESULT OnStdException(const std::exception& exception) noexcept
+{
+    return xsdm_detail::OnStdException(kUnit, __LINE__, DoRemoteCallName(), GUID_NULL, exception);
+}
+
+HRESULT OnUnknownException() noexcept
+{
+    return xsdm_detail::OnUnknownException(kUnit, __LINE__, DoRemoteCallName(), GUID_NULL);
+}
+} // namespace report
+} // namespace WQComProxy

@@ -1,0 +1,10 @@
+#include "stdafx.h"
+
+#include "xsdmerror.h"
+
+void XSessionDataMng::TranslateCException(unsigned int code, EXCEPTION_POINTERS* pointers)
+{
+    XWQError::TranslateCException(
+        XSdmLocation("stdafx", __LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMng::TranslateCException")), code, pointers,
+        true);
+}
