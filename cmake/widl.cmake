@@ -12,7 +12,7 @@ add_custom_command(
   COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -h -o xsessiondatamng_h.h ${WQ_IDL}
   COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -u -o xsessiondatamng_i.c ${WQ_IDL}
   COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -t -o xsessiondatamng.tlb ${WQ_IDL}
-  COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -p -Oif -o xsessiondatamng_p.c ${WQ_IDL}
+  COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -p -Oif -H xsessiondatamng_h.h -o xsessiondatamng_p.c ${WQ_IDL}
   COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} --dlldata=dlldata.c --dlldata-only xsessiondatamng
   DEPENDS ${WQ_IDL}
   WORKING_DIRECTORY ${WQ_GENERATED_DIR}

@@ -1,0 +1,144 @@
+// A cached GetData hit through the manager against a bare baseline doing the same work:
+//   manager: XSessionDataMng::GetData(VT_BSTR) on a category bound (SetStorageIO) to the cached
+//            IO layer over the volatile storage, every value already in the cache;
+//   baseline: a std::map<std::wstring, std::wstring> lookup, SysAllocString/SysFreeString and
+//            VariantChangeType to VT_BSTR.
+// Both read the same names in the same shuffled order, at 1,000 and 100,000 cached values.
+// Timing: QueryPerformanceCounter, a warm-up pass, the median of several rounds.
+#include "xcomobject.h"
+#include "xcomtypes.h"
+#include "xsessiondataio.h"
+#include "xsessiondatamng.h"
+#include "xsessiondatastoragevolatile.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace
+{
+const SESSIONDATATYPE kCategory = static_cast<SESSIONDATATYPE>(5);
+const int kRounds = 9;
+const size_t kReadsPerRound = 200000;
+
+double Now()
+{
+    static const double ticksPerNs = [] {
+        LARGE_INTEGER frequency;
+        ::QueryPerformanceFrequency(&frequency);
+        return static_cast<double>(frequency.QuadPart) / 1e9;
+    }();
+    LARGE_INTEGER counter;
+    ::QueryPerformanceCounter(&counter);
+    return static_cast<double>(counter.QuadPart) / ticksPerNs;
+}
+
+// Median nanoseconds per read of body(name index) over kRounds rounds, after one warm-up round.
+template <class Body>
+double MedianNsPerRead(const std::vector<size_t>& order, Body body)
+{
+    std::vector<double> rounds;
+    for (int round = -1; round < kRounds; ++round)
+    {
+        const double start = Now();
+        for (size_t i = 0; i < kReadsPerRound; ++i)
+            body(order[i % order.size()]);
+        const double perRead = (Now() - start) / kReadsPerRound;
+        if (round >= 0)
+            rounds.push_back(perRead);
+    }
+    std::sort(rounds.begin(), rounds.end());
+    return rounds[rounds.size() / 2];
+}
+
+struct Figures
+{
+    double manager = 0;
+    double layer = 0;  // the IO layer's GetData alone, for the split of the manager's figure
+    double baseline = 0;
+};
+
+Figures Measure(size_t values)
+{
+    const XWQComBSTR key(L"Benchmark\\Session");
+    std::vector<XWQComBSTR> names;
+    std::vector<std::wstring> plainNames;
+    for (size_t i = 0; i < values; ++i)
+    {
+        plainNames.push_back(L"value" + std::to_wstring(i));
+        names.emplace_back(plainNames.back());
+    }
+    std::vector<size_t> order(values);
+    for (size_t i = 0; i < values; ++i)
+        order[i] = i;
+    std::shuffle(order.begin(), order.end(), std::mt19937(12345));
+
+    // The manager, its cached volatile category and the cached values.
+    XComPtr<IWQ_SessionDataMng> mng;
+    XComPtr<IWQ_SessionDataStorage> storage;
+    XComPtr<IWQ_SessionDataIO> io;
+    XCreateComObject<XSessionDataMng>(nullptr, IID_IWQ_SessionDataMng, reinterpret_cast<void**>(mng.ReleaseAndGetAddressOf()));
+    XCreateComObject<XSessionDataStorageVolatile>(nullptr, IID_IWQ_SessionDataStorage,
+                                                  reinterpret_cast<void**>(storage.ReleaseAndGetAddressOf()));
+    XCreateComObject<XSessionDataIO>(nullptr, IID_IWQ_SessionDataIO, reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()));
+    io->SetStorage(storage.Get());
+    mng->SetStorageIO(io.Get(), kCategory);
+    for (size_t i = 0; i < values; ++i)
+    {
+        const XWQComBSTR text(L"text of " + plainNames[i]);
+        io->WriteData(key, names[i], text);
+    }
+
+    std::map<std::wstring, std::wstring> baselineMap;
+    for (size_t i = 0; i < values; ++i)
+        baselineMap[plainNames[i]] = L"text of " + plainNames[i];
+
+    Figures figures;
+    size_t failures = 0;
+    figures.manager = MedianNsPerRead(order, [&](size_t i) {
+        VARIANT value;
+        ::VariantInit(&value);
+        failures += mng->GetData(key, names[i], VT_BSTR, &value, kCategory) != S_OK;
+        ::VariantClear(&value);
+    });
+    figures.layer = MedianNsPerRead(order, [&](size_t i) {
+        BSTR value = nullptr;
+        failures += io->GetData(key, names[i], &value) != S_OK;
+        ::SysFreeString(value);
+    });
+    figures.baseline = MedianNsPerRead(order, [&](size_t i) {
+        const auto found = baselineMap.find(plainNames[i]);
+        VARIANT value;
+        ::VariantInit(&value);
+        value.vt = VT_BSTR;
+        value.bstrVal = ::SysAllocString(found->second.c_str());
+        failures += ::VariantChangeType(&value, &value, 0, VT_BSTR) != S_OK;
+        ::SysFreeString(value.bstrVal);
+    });
+    if (failures)
+        std::printf("warning: %zu reads failed\n", failures);
+    mng->FlushCache(kCategory);
+    return figures;
+}
+} // namespace
+
+int main()
+{
+    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    std::printf("cached GetData hit through the manager (VT_BSTR) vs bare baseline, median of %d rounds\n", kRounds);
+    std::printf("%10s %14s %14s %14s %8s\n", "values", "manager ns", "(layer ns)", "baseline ns", "ratio");
+    const Figures small = Measure(1000);
+    std::printf("%10d %14.1f %14.1f %14.1f %8.2f\n", 1000, small.manager, small.layer, small.baseline,
+                small.manager / small.baseline);
+    const Figures large = Measure(100000);
+    std::printf("%10d %14.1f %14.1f %14.1f %8.2f\n", 100000, large.manager, large.layer, large.baseline,
+                large.manager / large.baseline);
+    std::printf("manager at 100,000 / at 1,000: %.2f\n", large.manager / small.manager);
+    ::CoUninitialize();
+    return 0;
+}

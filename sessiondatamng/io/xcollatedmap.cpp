@@ -1,0 +1,51 @@
+#include "xcollatedmap.h"
+
+#include <comdef.h>
+#include <windows.h>
+
+namespace
+{
+// Leading bytes of the three classes of texts, in VarBstrCmp order.
+const char kEmptyText = '\0';
+const char kLeadingNulText = '\1';
+const char kOtherText = '\2';
+
+// Most names fit; longer ones ask for the size first.
+const int kStackKeyBytes = 256;
+
+int SortKey(std::wstring_view text, BYTE* out, int size)
+{
+    return ::LCMapStringW(LOCALE_USER_DEFAULT, LCMAP_SORTKEY, text.data(), static_cast<int>(text.size()),
+                          reinterpret_cast<LPWSTR>(out), size);
+}
+
+[[noreturn]] void ThrowLastError()
+{
+    const DWORD error = ::GetLastError();
+    throw _com_error(error ? HRESULT_FROM_WIN32(error) : E_FAIL);
+}
+} // namespace
+
+std::string XCollationKey(std::wstring_view text)
+{
+    if (text.empty())
+        return std::string(1, kEmptyText);
+
+    std::string key(1, text.front() == L'\0' ? kLeadingNulText : kOtherText);
+    BYTE stackKey[kStackKeyBytes];
+    int bytes = SortKey(text, stackKey, kStackKeyBytes);
+    if (bytes > 0)
+        return key.append(reinterpret_cast<const char*>(stackKey), static_cast<size_t>(bytes));
+    if (::GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+        ThrowLastError();
+
+    const int needed = SortKey(text, nullptr, 0);
+    if (needed <= 0)
+        ThrowLastError();
+    key.resize(1 + static_cast<size_t>(needed));
+    bytes = SortKey(text, reinterpret_cast<BYTE*>(&key[1]), needed);
+    if (bytes <= 0)
+        ThrowLastError();
+    key.resize(1 + static_cast<size_t>(bytes));
+    return key;
+}

@@ -1,0 +1,13 @@
+# The storages behind the IO layers: one source file per storage class.
+set(SDM_STORAGE_SOURCES
+  xsessiondatastoragevolatile.cpp
+  xstoragepairs.cpp
+  xstorageloggedstep.cpp
+  xsessiondatastoragereadall.cpp
+  xsessiondatastoragereg.cpp
+  xsessiondatastorageenv.cpp)
+list(TRANSFORM SDM_STORAGE_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
+
+add_library(sdm_storage STATIC ${SDM_STORAGE_SOURCES})
+target_include_directories(sdm_storage PUBLIC ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(sdm_storage PUBLIC sessiondatamng_core)

@@ -1,0 +1,113 @@
+#include "xsessiondatastoragereadall.h"
+
+#include "xcomtypes.h"
+#include "xsdmerror.h"
+
+#include <comdef.h>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace
+{
+// The key records collected so far. Owns their names and pair arrays until handed out.
+class KeyRecords
+{
+public:
+    KeyRecords() = default;
+    KeyRecords(const KeyRecords&) = delete;
+    KeyRecords& operator=(const KeyRecords&) = delete;
+    ~KeyRecords()
+    {
+        for (tagKEY_SESSIONDATAVALUE& record : m_records)
+        {
+            ::SysFreeString(record.bstrKeyName);
+            XFreeValueArray(record.pSessionDataValue, record.ulCount);
+        }
+    }
+
+    bool Empty() const noexcept { return m_records.empty(); }
+
+    // Takes over the name and the pairs (count 0 and no array when values holds none).
+    void Add(XWQComBSTR&& name, XValueArray& values)
+    {
+        // Room first: once the record is entered nothing can throw and nothing is owned twice.
+        m_records.reserve(m_records.size() + 1);
+        tagKEY_SESSIONDATAVALUE record{};
+        record.bstrKeyName = name.Detach();
+        values.Release(&record.ulCount, &record.pSessionDataValue);
+        if (!record.pSessionDataValue)
+            record.ulCount = 0;
+        m_records.push_back(record);
+    }
+
+    // Moves every record into a CoTaskMemAlloc array for the caller.
+    void HandOut(ULONG* count, tagKEY_SESSIONDATAVALUE** records)
+    {
+        const size_t bytes = m_records.size() * sizeof(tagKEY_SESSIONDATAVALUE);
+        auto* array = static_cast<tagKEY_SESSIONDATAVALUE*>(::CoTaskMemAlloc(bytes));
+        if (!array)
+            throw _com_error(E_OUTOFMEMORY);
+        std::memcpy(array, m_records.data(), bytes);
+        *count = static_cast<ULONG>(m_records.size());
+        *records = array;
+        m_records.clear();
+    }
+
+private:
+    std::vector<tagKEY_SESSIONDATAVALUE> m_records;
+};
+
+// A BSTR owned by an XWQComBSTR; an empty text gives an empty (non-null) string.
+XWQComBSTR OwnedCopy(const XWQComBSTR& text)
+{
+    XWQComBSTR copy;
+    BSTR fresh = text.Copy();
+    if (!fresh)
+        throw _com_error(E_OUTOFMEMORY);
+    copy.Attach(fresh);
+    return copy;
+}
+} // namespace
+
+HRESULT XReadAllStorageData(IWQ_SessionDataStorage* storage, const char* unit, const GUID& classId,
+                            BSTR bstrRootKeyName, ULONG* pulCount,
+                            tagKEY_SESSIONDATAVALUE** ppKeySessionDataList) noexcept
+{
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageEnv::ReadAllData");
+    return XSdmBoundary(unit, __LINE__, function, classId, [&]() -> HRESULT {
+        if (!pulCount || !ppKeySessionDataList)
+            return XWQError::CheckPtr(XSdmLocation(unit, __LINE__, function, classId), nullptr, XWQComBSTR());
+        *pulCount = 0;
+
+        KeyRecords records;
+        XWQComBSTR lowerRoot(bstrRootKeyName);
+        lowerRoot.ToLower();
+        {
+            XValueArray values;
+            if (storage->ReadData(lowerRoot, values.CountAddress(), values.ItemsAddress()) == S_OK)
+                records.Add(OwnedCopy(lowerRoot), values);
+        }
+
+        XBstrArray names;
+        const HRESULT subKeys = storage->GetSubKeys(bstrRootKeyName, 1, names.CountAddress(), names.ItemsAddress());
+        if (subKeys == S_OK)
+        {
+            for (ULONG i = 0; i < names.Count(); ++i)
+            {
+                if (!names[i])
+                    continue;
+                XValueArray values;
+                if (storage->ReadData(names[i], values.CountAddress(), values.ItemsAddress()) != S_OK)
+                    values.Reset();
+                XWQComBSTR name;
+                name.Attach(std::exchange(names[i], nullptr));
+                records.Add(std::move(name), values);
+            }
+        }
+
+        if (!records.Empty())
+            records.HandOut(pulCount, ppKeySessionDataList);
+        return subKeys;
+    });
+}

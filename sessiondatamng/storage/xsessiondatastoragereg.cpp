@@ -1,0 +1,428 @@
+#include "xsessiondatastoragereg.h"
+
+#include "xsdmerror.h"
+#include "xsessiondatastoragereadall.h"
+#include "xstorageloggedstep.h"
+
+#include <utility>
+#include <vector>
+
+namespace
+{
+const char kUnit[] = "xsessiondatastoragereg";
+
+// The module's answer for a call on a storage that is not initialised.
+constexpr HRESULT kNotInitialized = static_cast<HRESULT>(0x8004080D);
+
+// Access rights: reads see the 64-bit view; writes of values ask for read control, query, set,
+// create sub-key, enumerate and notify (0x2001F), without a view flag.
+constexpr REGSAM kReadAccess = KEY_READ | KEY_WOW64_64KEY;
+constexpr REGSAM kReadWriteAccess = kReadAccess | KEY_WRITE;
+constexpr REGSAM kStoreAccess = 0x2001F;
+
+// The registry's own limits. A key of more levels than one registry call creates at a time
+// is refused as well, so that a write either creates its whole key or nothing.
+constexpr UINT kMaxKeyNameLength = 255;
+constexpr UINT kMaxValueNameLength = 16383;
+constexpr UINT kMaxNewLevels = 32;
+
+const XWQComBSTR& InitializeName()
+{
+    return XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::Initialize");
+}
+const XWQComBSTR& StoreDataName()
+{
+    return XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::StoreData");
+}
+const XWQComBSTR& ReadDataName()
+{
+    return XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::ReadData");
+}
+const XWQComBSTR& GetSubKeysName()
+{
+    return XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::GetSubKeys");
+}
+const XWQComBSTR& ReadAllDataName()
+{
+    return XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::ReadAllData");
+}
+
+WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
+{
+    return XSdmLocation(kUnit, line, function, XSessionDataStorageReg::ObjectClsid());
+}
+
+// A failed registry call, reported through the API-error path with the message that says which
+// step failed; the answer is the HRESULT of the registry's error code.
+HRESULT ApiError(unsigned long line, const wchar_t* message, LONG code)
+{
+    return XWQError::HandleAPIError(XSdmRawModuleName(), XWQComBSTR(message), line, static_cast<DWORD>(code), true);
+}
+
+// A request the registry cannot hold, refused before anything is written.
+HRESULT InvalidArgument(unsigned long line, const XWQComBSTR& function, const wchar_t* message)
+{
+    return XWQError::SetComAppError(Where(line, function), E_INVALIDARG, XWQComBSTR(message), XWQComBSTR());
+}
+
+// Why a registry path ("\\" separators) cannot be created in one call, or null when it can.
+const wchar_t* PathProblem(const XWQComBSTR& path, const wchar_t* tooLong, const wchar_t* tooDeep)
+{
+    UINT levels = 0;
+    UINT length = 0;
+    const wchar_t* text = path.c_str();
+    for (UINT i = 0; i <= path.Length(); ++i)
+    {
+        if (i < path.Length() && text[i] != L'\\')
+        {
+            ++length;
+            continue;
+        }
+        if (length > kMaxKeyNameLength)
+            return tooLong;
+        if (length > 0)
+            ++levels;
+        length = 0;
+    }
+    return levels > kMaxNewLevels ? tooDeep : nullptr;
+}
+
+// key with every "/" turned into "\\", as the registry calls want it.
+XWQComBSTR RegistryPath(const XWQComBSTR& key)
+{
+    XWQComBSTR path(key);
+    path.Replace(L"/", L"\\");
+    return path;
+}
+
+// The predefined hive for the ordinal position of its SESSIONDATAREGKEY member; null for any
+// other number (the published member values included).
+HKEY HiveOf(LONG keyType) noexcept
+{
+    switch (keyType)
+    {
+    case 0:
+        return HKEY_LOCAL_MACHINE;
+    case 1:
+        return HKEY_CURRENT_USER;
+    case 2:
+        return HKEY_CLASSES_ROOT;
+    case 3:
+        return HKEY_USERS;
+    case 4:
+        return HKEY_CURRENT_CONFIG;
+    default:
+        return nullptr;
+    }
+}
+
+// Opens key below parent for reading; a null key (empty path) is parent itself.
+LONG OpenForReading(HKEY parent, const XWQComBSTR& key, XRegistryKey& opened, HKEY& source)
+{
+    source = parent;
+    if (key.IsEmpty())
+        return ERROR_SUCCESS;
+    const LONG result =
+        ::RegOpenKeyExW(parent, RegistryPath(key).c_str(), 0, kReadAccess, opened.ReleaseAndGetAddressOf());
+    if (result == ERROR_SUCCESS)
+        source = opened.Get();
+    return result;
+}
+} // namespace
+
+template <class Body>
+HRESULT XSessionDataStorageReg::Run(unsigned long line, const XWQComBSTR& function, Body&& body) noexcept
+{
+    return XSdmBoundary(kUnit, line, function, ObjectClsid(), std::forward<Body>(body));
+}
+
+HRESULT XSessionDataStorageReg::NotInitialized(unsigned long line, const XWQComBSTR& function) const
+{
+    return XWQError::SetComError(XSdmRawModuleName(), function, line, XWQComBSTR(L"The Initialization has failed."),
+                                 kNotInitialized);
+}
+
+HRESULT XSessionDataStorageReg::InternalQueryInterface(REFIID iid, void** ppv)
+{
+    return XQueryInterfaces<IWQ_SessionDataStorageReg, IWQ_SessionDataStorage, ISupportErrorInfo>(this, iid, ppv);
+}
+
+STDMETHODIMP XSessionDataStorageReg::InterfaceSupportsErrorInfo(REFIID iid)
+{
+    return ::IsEqualIID(iid, IID_IWQ_SessionDataStorageReg) || ::IsEqualIID(iid, IID_IWQ_SessionDataStorage)
+               ? S_OK
+               : S_FALSE;
+}
+
+STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR bstrAppRootKey, ULONG ulVolatileKey)
+{
+    const XWQComBSTR& function = InitializeName();
+    return Run(__LINE__, function, [&]() -> HRESULT {
+        m_appKey.Reset();
+        m_hive = nullptr;
+
+        HKEY hive = HiveOf(static_cast<LONG>(keyType));
+        const XWQComBSTR root(bstrAppRootKey);
+        if (!hive || root.IsEmpty())
+            return E_FAIL;
+        if (const wchar_t* problem =
+                PathProblem(root, L"XSessionDataStorageReg::Initialize -> Key name longer than 255 characters",
+                            L"XSessionDataStorageReg::Initialize -> Key path deeper than 32 levels"))
+            return InvalidArgument(__LINE__, function, problem);
+
+        XRegistryKey appKey;
+        LONG result = ::RegOpenKeyExW(hive, root.c_str(), 0, kReadWriteAccess, appKey.ReleaseAndGetAddressOf());
+        if (result != ERROR_SUCCESS)
+            result = ::RegOpenKeyExW(hive, root.c_str(), 0, kReadAccess, appKey.ReleaseAndGetAddressOf());
+        if (result != ERROR_SUCCESS)
+        {
+            if (ulVolatileKey != 0)
+                m_volatileOption = REG_OPTION_VOLATILE;
+            const HRESULT step = XLoggedStep(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
+                result = ::RegCreateKeyExW(hive, root.c_str(), 0, const_cast<LPWSTR>(L""), m_volatileOption,
+                                           kReadWriteAccess, nullptr, appKey.ReleaseAndGetAddressOf(), nullptr);
+                return S_OK;
+            });
+            if (step != S_OK)
+                return step;
+            if (result != ERROR_SUCCESS)
+                return ApiError(__LINE__,
+                                L"XSessionDataStorageReg::Initialize -> \n\t\t1) Failed to open registry key with "
+                                L"write access\n\t\t2) Failed to open registry key with read access\n\t\t3) Failed "
+                                L"to create registry key",
+                                result);
+        }
+        m_hive = hive;
+        m_appKey = std::move(appKey);
+        return S_OK;
+    });
+}
+
+STDMETHODIMP XSessionDataStorageReg::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pValueList)
+{
+    const XWQComBSTR& function = StoreDataName();
+    return Run(__LINE__, function, [&]() -> HRESULT {
+        if (!m_appKey)
+            return NotInitialized(__LINE__, function);
+        if (ulCount > 0 && !pValueList)
+            return XWQError::CheckPtr(Where(__LINE__, function), pValueList, XWQComBSTR());
+        return StoreData(XWQComBSTR(bstrKeyName), XPairsFromRecords(ulCount, pValueList));
+    });
+}
+
+STDMETHODIMP XSessionDataStorageReg::ReadData(BSTR bstrKeyName, ULONG* pulCount, tagSESSIONDATAVALUE** ppValueList)
+{
+    const XWQComBSTR& function = ReadDataName();
+    return Run(__LINE__, function, [&]() -> HRESULT {
+        if (!m_appKey)
+            return NotInitialized(__LINE__, function);
+        if (!pulCount || !ppValueList)
+            return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
+        *pulCount = 0;
+        *ppValueList = nullptr;
+        XStoragePairs pairs;
+        const HRESULT hr = ReadData(XWQComBSTR(bstrKeyName), pairs);
+        if (hr == S_OK)
+            XHandOutPairs(pairs, pulCount, ppValueList);
+        return hr;
+    });
+}
+
+STDMETHODIMP XSessionDataStorageReg::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursive, ULONG* pulCount,
+                                                BSTR** ppKeyNameList)
+{
+    const XWQComBSTR& function = GetSubKeysName();
+    return Run(__LINE__, function, [&]() -> HRESULT {
+        if (!m_appKey)
+            return NotInitialized(__LINE__, function);
+        if (!pulCount || !ppKeyNameList)
+            return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
+        *pulCount = 0;
+        *ppKeyNameList = nullptr;
+        XStorageKeyNames names;
+        const HRESULT hr = GetSubKeys(XWQComBSTR(bstrKeyName), ulRecursive, names);
+        if (hr == S_OK)
+            XHandOutKeyNames(names, pulCount, ppKeyNameList);
+        return hr;
+    });
+}
+
+STDMETHODIMP XSessionDataStorageReg::ReadAllData(BSTR bstrRootKeyName, ULONG* pulCount,
+                                                 tagKEY_SESSIONDATAVALUE** ppKeySessionDataList)
+{
+    if (!m_appKey)
+    {
+        const XWQComBSTR& function = ReadAllDataName();
+        return Run(__LINE__, function, [&]() -> HRESULT { return NotInitialized(__LINE__, function); });
+    }
+    return XReadAllStorageData(this, kUnit, ObjectClsid(), bstrRootKeyName, pulCount, ppKeySessionDataList);
+}
+
+STDMETHODIMP XSessionDataStorageReg::FlushAsyncStorage()
+{
+    return S_OK;
+}
+
+STDMETHODIMP XSessionDataStorageReg::GetLastErrorAsyncExecution(HRESULT* phrAsyncResult)
+{
+    return S_OK;
+}
+
+HRESULT XSessionDataStorageReg::GetSubKeys(const XWQComBSTR& key, ULONG recursive, XStorageKeyNames& names)
+{
+    if (!m_appKey)
+        return XWQError::SetComError(XSdmRawModuleName(), GetSubKeysName(), __LINE__,
+                                     XWQComBSTR(L"The Initialization has failed."), kNotInitialized);
+
+    // Names handed back are prefix + sub-key name: the key with "/" separators and one "/" at its end.
+    XWQComBSTR prefix;
+    if (!key.IsEmpty())
+    {
+        prefix = key;
+        prefix.Replace(L"\\", L"/");
+        if (prefix.c_str()[prefix.Length() - 1] != L'/')
+            prefix.Append(L"/");
+    }
+
+    XRegistryKey opened;
+    HKEY source = nullptr;
+    const LONG open = OpenForReading(m_appKey.Get(), key, opened, source);
+    if (open == ERROR_FILE_NOT_FOUND)
+        return S_FALSE;
+    if (open != ERROR_SUCCESS)
+        return ApiError(__LINE__, L"XSessionDataStorageReg::GetSubKeys -> Open registry key with read only access failed",
+                        open);
+
+    DWORD subKeyCount = 0;
+    DWORD longestName = 0;
+    const LONG info = ::RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, &subKeyCount, &longestName, nullptr,
+                                         nullptr, nullptr, nullptr, nullptr, nullptr);
+    if (info != ERROR_SUCCESS)
+        return ApiError(__LINE__, L"XSessionDataStorageReg::GetSubKeys -> Query registry info failed", info);
+    if (subKeyCount == 0)
+        return S_OK;
+
+    std::vector<wchar_t> name(longestName + 2);
+    for (DWORD index = 0;; ++index)
+    {
+        DWORD length = static_cast<DWORD>(name.size());
+        const LONG found = ::RegEnumKeyExW(source, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
+        if (found == ERROR_NO_MORE_ITEMS)
+            break;
+        if (found != ERROR_SUCCESS)
+            // The message names ReadData although the walk is GetSubKeys'; it is the program's own text.
+            return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Enumerate registry keys failed.", found);
+        names.push_back(prefix + XWQComBSTR(name.data(), length));
+        if (recursive == 1)
+        {
+            // Through the slot, with the name just entered: a key comes before its descendants.
+            const XWQComBSTR child = names.back();
+            const HRESULT nested = GetSubKeys(child, 1, names);
+            if (FAILED(nested))
+                return nested;
+        }
+    }
+    return S_OK;
+}
+
+HRESULT XSessionDataStorageReg::ReadData(const XWQComBSTR& key, XStoragePairs& pairs)
+{
+    if (!m_appKey)
+        return XWQError::SetComError(XSdmRawModuleName(), ReadDataName(), __LINE__,
+                                     XWQComBSTR(L"The Initialization has failed"), kNotInitialized);
+
+    XRegistryKey opened;
+    HKEY source = nullptr;
+    const LONG open = OpenForReading(m_appKey.Get(), key, opened, source);
+    if (open == ERROR_FILE_NOT_FOUND)
+        return S_FALSE;
+    if (open != ERROR_SUCCESS)
+        return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Open registry key with read only access failed",
+                        open);
+
+    DWORD valueCount = 0;
+    DWORD longestName = 0;
+    const LONG info = ::RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &valueCount,
+                                         &longestName, nullptr, nullptr, nullptr);
+    if (info != ERROR_SUCCESS)
+        return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Query registry info failed", info);
+
+    std::vector<wchar_t> name(longestName + 1);
+    ULONG read = 0;
+    for (DWORD index = 0; index < valueCount; ++index)
+    {
+        DWORD nameLength = static_cast<DWORD>(name.size());
+        DWORD type = 0;
+        DWORD dataSize = 0;
+        const LONG found =
+            ::RegEnumValueW(source, index, name.data(), &nameLength, nullptr, &type, nullptr, &dataSize);
+        if (found == ERROR_NO_MORE_ITEMS)
+            break;
+        if (found != ERROR_SUCCESS)
+            return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Enumerate registry values failed.", found);
+
+        // Data size plus one characters, and one more that always stays zero: whatever the
+        // value's type, its bytes are taken as a zero-terminated wide string.
+        std::vector<wchar_t> data(static_cast<size_t>(dataSize) + 2, L'\0');
+        DWORD bytes = (dataSize + 1) * sizeof(wchar_t);
+        const LONG queried =
+            ::RegQueryValueExW(source, name.data(), nullptr, &type, reinterpret_cast<BYTE*>(data.data()), &bytes);
+        if (queried != ERROR_SUCCESS)
+            return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Query value failed.", queried);
+        pairs[XWQComBSTR(name.data(), nameLength)] = XWQComBSTR(data.data());
+        ++read;
+    }
+    return read > 0 ? S_OK : S_FALSE;
+}
+
+HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStoragePairs& pairs)
+{
+    const XWQComBSTR& function = StoreDataName();
+    if (!m_appKey)
+        return XWQError::SetComSystemError(Where(__LINE__, function), kNotInitialized,
+                                           XWQComBSTR(L"The Initialization has failed"), XWQComBSTR());
+    if (pairs.empty())
+        return S_FALSE;
+
+    // Requests past the registry's limits are refused before anything is written.
+    for (const auto& pair : pairs)
+    {
+        if (pair.first.Length() > kMaxValueNameLength)
+            return InvalidArgument(__LINE__, function,
+                                   L"XSessionDataStorageReg::StoreData -> Value name longer than 16383 characters");
+    }
+
+    XRegistryKey created;
+    HKEY target = m_appKey.Get();
+    if (!key.IsEmpty())
+    {
+        const XWQComBSTR path = RegistryPath(key);
+        if (const wchar_t* problem =
+                PathProblem(path, L"XSessionDataStorageReg::StoreData -> Key name longer than 255 characters",
+                            L"XSessionDataStorageReg::StoreData -> Key path deeper than 32 levels"))
+            return InvalidArgument(__LINE__, function, problem);
+
+        LONG result = ERROR_SUCCESS;
+        const HRESULT step = XLoggedStep(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
+            result = ::RegCreateKeyExW(m_appKey.Get(), path.c_str(), 0, const_cast<LPWSTR>(L""), m_volatileOption,
+                                       kStoreAccess, nullptr, created.ReleaseAndGetAddressOf(), nullptr);
+            return S_OK;
+        });
+        if (step != S_OK)
+            return step;
+        if (result != ERROR_SUCCESS)
+            return ApiError(__LINE__, L"XSessionDataStorageReg::StoreData -> Open registry key with write access failed",
+                            result);
+        target = created.Get();
+    }
+
+    for (const auto& pair : pairs)
+    {
+        const DWORD bytes = (pair.second.Length() + 1) * sizeof(wchar_t);
+        const LONG set = ::RegSetValueExW(target, pair.first.c_str(), 0, REG_SZ,
+                                          reinterpret_cast<const BYTE*>(pair.second.c_str()), bytes);
+        if (set != ERROR_SUCCESS)
+            return ApiError(__LINE__, L"XSessionDataStorageReg::StoreData -> Set value failed", set);
+    }
+    return S_OK;
+}

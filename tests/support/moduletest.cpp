@@ -1,0 +1,58 @@
+#include "moduletest.h"
+
+#include <vector>
+
+std::wstring ModulePath()
+{
+    wchar_t exe[MAX_PATH];
+    const DWORD length = ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring path(exe, length);
+    return path.substr(0, path.find_last_of(L"\\/") + 1) + L"WQSessionDataMng64.dll";
+}
+
+DWORD RunRegsvr32(bool unregister)
+{
+    std::wstring command = L"regsvr32.exe /s ";
+    if (unregister)
+        command += L"/u ";
+    command += L"\"" + ModulePath() + L"\"";
+    STARTUPINFOW si{};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi{};
+    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
+        return ::GetLastError();
+    ::WaitForSingleObject(pi.hProcess, 60000);
+    DWORD code = 1;
+    ::GetExitCodeProcess(pi.hProcess, &code);
+    ::CloseHandle(pi.hThread);
+    ::CloseHandle(pi.hProcess);
+    return code;
+}
+
+std::wstring ClassesValue(const std::wstring& key, const wchar_t* name)
+{
+    DWORD size = 0;
+    if (::RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), name, RRF_RT_REG_SZ, nullptr, nullptr, &size) != ERROR_SUCCESS)
+        return L"<missing>";
+    std::vector<wchar_t> buffer(size / sizeof(wchar_t) + 1);
+    if (::RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), name, RRF_RT_REG_SZ, nullptr, buffer.data(), &size) !=
+        ERROR_SUCCESS)
+        return L"<missing>";
+    return buffer.data();
+}
+
+bool ClassesKeyExists(const std::wstring& key)
+{
+    HKEY handle = nullptr;
+    if (::RegOpenKeyExW(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS)
+        return false;
+    ::RegCloseKey(handle);
+    return true;
+}
+
+std::wstring GuidText(const GUID& guid)
+{
+    wchar_t text[40] = {};
+    ::StringFromGUID2(guid, text, 40);
+    return text;
+}

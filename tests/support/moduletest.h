@@ -1,0 +1,16 @@
+// Helpers for tests against the registered DLL.
+#pragma once
+
+#include "recordingio.h"
+#include "testenv.h"
+
+#include <string>
+
+// Full path of WQSessionDataMng64.dll (it sits next to the test executables).
+std::wstring ModulePath();
+// Runs regsvr32 (with /s, and /u when unregister) on the DLL and returns its exit code.
+DWORD RunRegsvr32(bool unregister);
+// Registry helpers on HKEY_CLASSES_ROOT: the default (or named) string value, or "<missing>".
+std::wstring ClassesValue(const std::wstring& key, const wchar_t* name = nullptr);
+bool ClassesKeyExists(const std::wstring& key);
+std::wstring GuidText(const GUID& guid);
