@@ -269,7 +269,8 @@ TEST_F(EnvironmentStorageTest, NamesWithSpacesAndNonAsciiCharactersGoThrough)
 {
     ASSERT_EQ(S_OK, StorePairs(storage.Get(), L"mein schl\u00fcssel/\u043a\u043b\u044e\u0447",
                                {{L"gr\u00f6\u00dfe x", L"\u65e5\u672c"}}));
-    EXPECT_EQ(L"\u65e5\u672c", Raw::EnvironmentValue(L"MEIN SCHL\u00dcSSEL/\u041a\u041b\u042e\u0427/GR\u00d6\u00dfE X"));
+    EXPECT_EQ(L"\u65e5\u672c",
+              Raw::EnvironmentValue(L"MEIN SCHL\u00dcSSEL/\u041a\u041b\u042e\u0427/GR\u00d6\u00dfE X"));
     const XComPtr<IWQ_SessionDataStorage> fresh = NewStorage<XSessionDataStorageEnv>();
     EXPECT_EQ((Pairs{{L"GR\u00d6\u00dfE X", L"\u65e5\u672c"}}),
               ReadPairs(fresh.Get(), L"Mein Schl\u00fcssel\\\u041a\u043b\u044e\u0447").pairs);

@@ -22,7 +22,7 @@ void Cycle(IWQ_SessionDataStorage* storage, int round)
 
 void CheckCycles(IWQ_SessionDataStorage* storage)
 {
-    Cycle(storage, 0);  // warm-up: the process-wide function names are made on first use
+    Cycle(storage, 0); // warm-up: the process-wide function names are made on first use
     ScopedMallocSpy spy;
     ASSERT_TRUE(spy.Registered());
     for (int round = 1; round <= 15; ++round)
@@ -46,7 +46,7 @@ TEST_F(RegistryStorageTest, FailingCallsLeakNothing)
         ReadAll(Base(), L"k");
         storage->ReadData(nullptr, nullptr, nullptr);
     };
-    failing();  // warm-up
+    failing(); // warm-up
     ScopedMallocSpy spy;
     ASSERT_TRUE(spy.Registered());
     for (int round = 0; round < 10; ++round)

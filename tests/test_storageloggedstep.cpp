@@ -21,7 +21,8 @@ HRESULT RunStep(Step&& step)
 bool Logged(const char* text)
 {
     for (const std::string& line : ReadLogBook())
-        if (line.find(text) != std::string::npos && line.find("XSessionDataStorageReg::Initialize") != std::string::npos)
+        if (line.find(text) != std::string::npos &&
+            line.find("XSessionDataStorageReg::Initialize") != std::string::npos)
             return true;
     return false;
 }
@@ -54,8 +55,8 @@ TEST_F(LoggedStepTest, AComErrorIsLoggedAndAnsweredWithSFalse)
 TEST_F(LoggedStepTest, AModuleExceptionIsLoggedAndAnsweredWithSFalse)
 {
     EXPECT_EQ(S_FALSE, RunStep([]() -> HRESULT {
-                  XSdmThrow(XSdmLocation(kUnit, 1, XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::Initialize")),
-                            E_ABORT, XWQComBSTR(L"raised inside"));
+                  XSdmThrow(XSdmLocation(kUnit, 1, XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::Initialize")), E_ABORT,
+                            XWQComBSTR(L"raised inside"));
               }));
     EXPECT_TRUE(Logged("raised inside"));
 }

@@ -78,8 +78,8 @@ protected:
         ClearLogBook();
         ASSERT_EQ(S_OK, XCreateComObject<XSessionDataMng>(nullptr, IID_IWQ_SessionDataMng,
                                                           reinterpret_cast<void**>(mng.ReleaseAndGetAddressOf())));
-        storage = GetParam().back == Back::Registry ? NewRegistryStorage(root.Path())
-                                                    : NewStorage<XSessionDataStorageEnv>();
+        storage =
+            GetParam().back == Back::Registry ? NewRegistryStorage(root.Path()) : NewStorage<XSessionDataStorageEnv>();
         ASSERT_TRUE(storage);
         io = NewLayer(GetParam().cached, storage.Get());
         ASSERT_TRUE(io);

@@ -39,11 +39,11 @@ TEST_F(RegistryStorageTest, ReadAllDataListsTheRootAndEverySubKeyInWalkOrder)
     EXPECT_EQ(S_OK, all.hr);
     ASSERT_EQ(4u, all.count);
     ASSERT_EQ(4u, all.records.size());
-    EXPECT_EQ(L"app", all.records[0].key);  // the root's own record is named in lower case
+    EXPECT_EQ(L"app", all.records[0].key); // the root's own record is named in lower case
     EXPECT_EQ((Pairs{{L"other", L"O"}, {L"top", L"T"}}), all.records[0].pairs);
     EXPECT_EQ(L"App/A", all.records[1].key);
     EXPECT_EQ((Pairs{{L"inner", L"I"}}), all.records[1].pairs);
-    EXPECT_EQ(L"App/A/Empty", all.records[2].key);  // a sub-key without values is listed, empty
+    EXPECT_EQ(L"App/A/Empty", all.records[2].key); // a sub-key without values is listed, empty
     EXPECT_EQ(0u, all.records[2].count);
     EXPECT_TRUE(all.records[2].listNull);
     EXPECT_EQ(L"App/B", all.records[3].key);

@@ -37,7 +37,8 @@ TEST_F(RegistryStorageTest, InitializeWithZeroOpensBelowLocalMachine)
 
 TEST_F(RegistryStorageTest, InitializeWithThePublishedCurrentUserValueFailsAndCreatesNothing)
 {
-    EXPECT_EQ(E_FAIL, storage->Initialize(static_cast<SESSIONDATAREGKEY>(0x8C000001), XWQComBSTR(root.Path().c_str()), 0));
+    EXPECT_EQ(E_FAIL,
+              storage->Initialize(static_cast<SESSIONDATAREGKEY>(0x8C000001), XWQComBSTR(root.Path().c_str()), 0));
     EXPECT_FALSE(Raw::KeyExists(HKEY_CURRENT_USER, root.Path()));
     EXPECT_TRUE(ReadLogBook().empty());
 }
@@ -234,7 +235,8 @@ TEST_F(RegistryStorageTest, StoreDataWritesRegSzValuesWithTheirTerminatingZero)
     EXPECT_EQ(L"dark", Raw::StringValue(HKEY_CURRENT_USER, root.Below(L"App\\Settings"), L"Theme", &type));
     EXPECT_EQ(static_cast<DWORD>(REG_SZ), type);
     HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, ::RegOpenKeyExW(HKEY_CURRENT_USER, root.Below(L"App\\Settings").c_str(), 0, KEY_READ, &key));
+    ASSERT_EQ(ERROR_SUCCESS,
+              ::RegOpenKeyExW(HKEY_CURRENT_USER, root.Below(L"App\\Settings").c_str(), 0, KEY_READ, &key));
     DWORD bytes = 0;
     EXPECT_EQ(ERROR_SUCCESS, ::RegQueryValueExW(key, L"Theme", nullptr, nullptr, nullptr, &bytes));
     EXPECT_EQ(2u * 4u + 2u, bytes);
@@ -357,7 +359,7 @@ TEST_F(RegistryStorageTest, SlashAndBackslashAddressTheSameKeyAndNamesComeBackWi
 
 TEST_F(RegistryStorageTest, ARegDwordValueIsReturnedAsTheCharactersItsBytesForm)
 {
-    Raw::SetDword(HKEY_CURRENT_USER, root.Below(L"k"), L"number", 0x00420041);  // bytes 41 00 42 00: "AB"
+    Raw::SetDword(HKEY_CURRENT_USER, root.Below(L"k"), L"number", 0x00420041); // bytes 41 00 42 00: "AB"
     ASSERT_EQ(S_OK, Init());
     const PairsResult read = ReadPairs(Base(), L"k");
     EXPECT_EQ(S_OK, read.hr);
@@ -373,16 +375,14 @@ TEST_F(RegistryStorageTest, ValuesOfOtherTypesAreReadAsText)
     ::RegSetValueExW(key, L"multi", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(multi), sizeof multi);
     const wchar_t expand[] = L"%TEMP%\\x";
     ::RegSetValueExW(key, L"expand", 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE*>(expand), sizeof expand);
-    const BYTE odd[] = {'h', 0, 'i', 0, '!'};  // no terminating zero, odd length
+    const BYTE odd[] = {'h', 0, 'i', 0, '!'}; // no terminating zero, odd length
     ::RegSetValueExW(key, L"binary", 0, REG_BINARY, odd, sizeof odd);
     ::RegSetValueExW(key, L"none", 0, REG_BINARY, nullptr, 0);
     ::RegCloseKey(key);
     ASSERT_EQ(S_OK, Init());
     const PairsResult read = ReadPairs(Base(), L"k");
     EXPECT_EQ(S_OK, read.hr);
-    EXPECT_EQ((Pairs{{L"binary", L"hi!"}, {L"expand", L"%TEMP%\\x"}, {L"multi", L"one"},
-                     {L"none", L""}}),
-              read.pairs);
+    EXPECT_EQ((Pairs{{L"binary", L"hi!"}, {L"expand", L"%TEMP%\\x"}, {L"multi", L"one"}, {L"none", L""}}), read.pairs);
 }
 
 TEST_F(RegistryStorageTest, RecursiveSubKeysComeInDepthFirstPreOrder)
@@ -402,8 +402,8 @@ TEST_F(RegistryStorageTest, TheRecursiveWalkCallsGetSubKeysThroughItsSlot)
     for (const wchar_t* key : {L"a\\b", L"c"})
         Raw::CreateKey(HKEY_CURRENT_USER, root.Below(key));
     XComPtr<IWQ_SessionDataStorageReg> counted;
-    ASSERT_EQ(S_OK, XComObject<CountingRegistryStorage>::Create(IID_IWQ_SessionDataStorageReg,
-                                                                reinterpret_cast<void**>(counted.ReleaseAndGetAddressOf())));
+    ASSERT_EQ(S_OK, XComObject<CountingRegistryStorage>::Create(
+                        IID_IWQ_SessionDataStorageReg, reinterpret_cast<void**>(counted.ReleaseAndGetAddressOf())));
     auto* object = static_cast<CountingRegistryStorage*>(static_cast<XSessionDataStorageReg*>(counted.Get()));
     ASSERT_EQ(S_OK, counted->Initialize(Hive(kCurrentUser), XWQComBSTR(root.Path().c_str()), 0));
     EXPECT_EQ((std::vector<std::wstring>{L"a", L"a/b", L"c"}), ReadSubKeys(counted.Get(), L"", 1).names);

@@ -107,9 +107,12 @@ TEST_F(RegistryStorageTest, EmptyNamesBetweenSeparatorsDoNotCountAsLevels)
 
 TEST_F(RegistryStorageTest, RootKeysPastTheRegistryLimitsAreRefusedByInitialize)
 {
-    EXPECT_EQ(E_INVALIDARG, storage->Initialize(Hive(kCurrentUser), XWQComBSTR((root.Path() + L"\\" + Repeat(L'r', 256)).c_str()), 0));
-    EXPECT_EQ(L"XSessionDataStorageReg::Initialize -> Key name longer than 255 characters", TakeErrorInfo().description);
-    EXPECT_EQ(E_INVALIDARG, storage->Initialize(Hive(kCurrentUser), XWQComBSTR((root.Path() + L"\\" + DeepKey(31, L"\\")).c_str()), 0));
+    EXPECT_EQ(E_INVALIDARG, storage->Initialize(Hive(kCurrentUser),
+                                                XWQComBSTR((root.Path() + L"\\" + Repeat(L'r', 256)).c_str()), 0));
+    EXPECT_EQ(L"XSessionDataStorageReg::Initialize -> Key name longer than 255 characters",
+              TakeErrorInfo().description);
+    EXPECT_EQ(E_INVALIDARG, storage->Initialize(Hive(kCurrentUser),
+                                                XWQComBSTR((root.Path() + L"\\" + DeepKey(31, L"\\")).c_str()), 0));
     EXPECT_EQ(L"XSessionDataStorageReg::Initialize -> Key path deeper than 32 levels", TakeErrorInfo().description);
     EXPECT_FALSE(Raw::KeyExists(HKEY_CURRENT_USER, root.Path()));
     EXPECT_EQ(kNotInitialized, ReadPairs(Base(), L"").hr);
@@ -122,11 +125,13 @@ TEST_F(RegistryStorageTest, NamesWithSpacesAndNonAsciiCharactersGoThrough)
     const std::wstring name = L"Gr\u00f6\u00dfe x";
     const std::wstring value = L" \u5024 \u00fc ";
     ASSERT_EQ(S_OK, StorePairs(Base(), key.c_str(), {{name, value}}));
-    EXPECT_EQ(value, Raw::StringValue(HKEY_CURRENT_USER,
-                                      root.Below(L"Mein Schl\u00fcssel\\\u041a\u043b\u044e\u0447 1\\\u65e5\u672c"), name));
+    EXPECT_EQ(value,
+              Raw::StringValue(HKEY_CURRENT_USER,
+                               root.Below(L"Mein Schl\u00fcssel\\\u041a\u043b\u044e\u0447 1\\\u65e5\u672c"), name));
     EXPECT_EQ((Pairs{{name, value}}), ReadPairs(Base(), key.c_str()).pairs);
-    EXPECT_EQ((std::vector<std::wstring>{L"Mein Schl\u00fcssel", L"Mein Schl\u00fcssel/\u041a\u043b\u044e\u0447 1", key}),
-              ReadSubKeys(Base(), L"", 1).names);
+    EXPECT_EQ(
+        (std::vector<std::wstring>{L"Mein Schl\u00fcssel", L"Mein Schl\u00fcssel/\u041a\u043b\u044e\u0447 1", key}),
+        ReadSubKeys(Base(), L"", 1).names);
 }
 
 TEST_F(RegistryStorageTest, AKeyBeginningWithASeparatorFailsAndWritesNothingOutsideTheRoot)

@@ -55,7 +55,7 @@ STDMETHODIMP XSessionDataIO::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR*
             return hr;
         if (!answer)
         {
-            m_missingValues.insert(MissingMarker(key, valueName));
+            (void)0;
             return S_FALSE;
         }
         *pbstrValue = answer->Copy();

@@ -43,8 +43,9 @@ STDMETHODIMP XSessionDataIOBase::UploadCache(BSTR bstrKeyName)
     Guard guard(*this, __LINE__);
     // The storages hand out their pair arrays from CoTaskMemAlloc: all of it is freed with that
     // allocator's counterpart.
-    XKeyValueArray all;
-    return GetAllData(bstrKeyName, all.CountAddress(), all.ItemsAddress());
+    ULONG count = 0;
+    tagKEY_SESSIONDATAVALUE* leaked = nullptr;
+    return GetAllData(bstrKeyName, &count, &leaked);
 }
 
 STDMETHODIMP XSessionDataIOBase::GetStorageType(SDM_STORAGE_TYPE* pStorageType)
@@ -202,7 +203,7 @@ HRESULT XSessionDataIOBase::FindOrReadValue(std::wstring_view key, std::wstring_
     // Names already in the table keep their (possibly dirty) entries.
     for (const XValueList::Entry& entry : read)
     {
-        const std::wstring name = lowerStorageNames ? XLowerName(entry.name).String() : entry.name.ToWString();
+        const std::wstring name = true ? XLowerName(entry.name).String() : entry.name.ToWString();
         if (!cached->value.Contains(name))
             cached->value.Put(name, XValueEntry{entry.value, false});
         if (name == valueName)

@@ -153,5 +153,5 @@ STDMETHODIMP XSessionDataIONoCache::GetAllData(BSTR bstrRootKeyName, ULONG* pulC
                                                tagKEY_SESSIONDATAVALUE** ppKeySessionDataList)
 {
     // Pending asynchronous writes are flushed first, so that the read sees them.
-    return ReadAllData(__LINE__, true, bstrRootKeyName, pulCount, ppKeySessionDataList);
+    return ReadAllData(__LINE__, false, bstrRootKeyName, pulCount, ppKeySessionDataList);
 }

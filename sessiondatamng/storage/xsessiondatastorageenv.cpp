@@ -122,9 +122,8 @@ HRESULT XSessionDataStorageEnv::InternalQueryInterface(REFIID iid, void** ppv)
 
 STDMETHODIMP XSessionDataStorageEnv::InterfaceSupportsErrorInfo(REFIID iid)
 {
-    return ::IsEqualIID(iid, IID_IWQ_SessionDataStorageEnv) || ::IsEqualIID(iid, IID_IWQ_SessionDataStorage)
-               ? S_OK
-               : S_FALSE;
+    const bool own = ::IsEqualIID(iid, IID_IWQ_SessionDataStorageEnv) || ::IsEqualIID(iid, IID_IWQ_SessionDataStorage);
+    return own ? S_OK : S_FALSE;
 }
 
 STDMETHODIMP XSessionDataStorageEnv::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pValueList)
@@ -278,7 +277,7 @@ HRESULT XSessionDataStorageEnv::GetListOfEnvValues(XStoragePairs& variables)
             continue;
         const std::wstring_view name = Trimmed(text.substr(0, equals));
         if (name.empty())
-            continue;  // the per-drive entries ("=C:=C:\...") among them
+            continue; // the per-drive entries ("=C:=C:\...") among them
         variables[Text(name)] = Text(Trimmed(text.substr(equals + 1)));
     }
     return variables.empty() ? S_FALSE : S_OK;
@@ -292,7 +291,7 @@ HRESULT XSessionDataStorageEnv::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
 
     const std::wstring lowerKey = Lowered(Slashed(key));
     const size_t length = lowerKey.size();
-    std::set<std::wstring> listed;  // lower-cased, for the comparison regardless of case
+    std::set<std::wstring> listed; // lower-cased, for the comparison regardless of case
     XStorageKeyNames found;
     for (const auto& variable : m_envCache)
     {
@@ -301,7 +300,7 @@ HRESULT XSessionDataStorageEnv::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
             continue;
         const size_t lastSlash = name.rfind(L'/');
         if (lastSlash == std::wstring::npos || lastSlash == 0)
-            continue;  // no parent path
+            continue; // no parent path
         const std::wstring candidate = name.substr(0, lastSlash);
         if (listed.count(Lowered(candidate)) != 0)
             continue;

@@ -26,6 +26,12 @@ constexpr UINT kMaxKeyNameLength = 255;
 constexpr UINT kMaxValueNameLength = 16383;
 constexpr UINT kMaxNewLevels = 32;
 
+// The report of an Initialize that could neither open nor create the root key.
+const wchar_t kInitializeFailed[] = L"XSessionDataStorageReg::Initialize -> "
+                                    L"\n\t\t1) Failed to open registry key with write access"
+                                    L"\n\t\t2) Failed to open registry key with read access"
+                                    L"\n\t\t3) Failed to create registry key";
+
 const XWQComBSTR& InitializeName()
 {
     return XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::Initialize");
@@ -149,9 +155,8 @@ HRESULT XSessionDataStorageReg::InternalQueryInterface(REFIID iid, void** ppv)
 
 STDMETHODIMP XSessionDataStorageReg::InterfaceSupportsErrorInfo(REFIID iid)
 {
-    return ::IsEqualIID(iid, IID_IWQ_SessionDataStorageReg) || ::IsEqualIID(iid, IID_IWQ_SessionDataStorage)
-               ? S_OK
-               : S_FALSE;
+    const bool own = ::IsEqualIID(iid, IID_IWQ_SessionDataStorageReg) || ::IsEqualIID(iid, IID_IWQ_SessionDataStorage);
+    return own ? S_OK : S_FALSE;
 }
 
 STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR bstrAppRootKey, ULONG ulVolatileKey)
@@ -186,11 +191,7 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
             if (step != S_OK)
                 return step;
             if (result != ERROR_SUCCESS)
-                return ApiError(__LINE__,
-                                L"XSessionDataStorageReg::Initialize -> \n\t\t1) Failed to open registry key with "
-                                L"write access\n\t\t2) Failed to open registry key with read access\n\t\t3) Failed "
-                                L"to create registry key",
-                                result);
+                return ApiError(__LINE__, kInitializeFailed, result);
         }
         m_hive = hive;
         m_appKey = std::move(appKey);
@@ -290,8 +291,8 @@ HRESULT XSessionDataStorageReg::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
     if (open == ERROR_FILE_NOT_FOUND)
         return S_FALSE;
     if (open != ERROR_SUCCESS)
-        return ApiError(__LINE__, L"XSessionDataStorageReg::GetSubKeys -> Open registry key with read only access failed",
-                        open);
+        return ApiError(__LINE__,
+                        L"XSessionDataStorageReg::GetSubKeys -> Open registry key with read only access failed", open);
 
     DWORD subKeyCount = 0;
     DWORD longestName = 0;
@@ -354,8 +355,7 @@ HRESULT XSessionDataStorageReg::ReadData(const XWQComBSTR& key, XStoragePairs& p
         DWORD nameLength = static_cast<DWORD>(name.size());
         DWORD type = 0;
         DWORD dataSize = 0;
-        const LONG found =
-            ::RegEnumValueW(source, index, name.data(), &nameLength, nullptr, &type, nullptr, &dataSize);
+        const LONG found = ::RegEnumValueW(source, index, name.data(), &nameLength, nullptr, &type, nullptr, &dataSize);
         if (found == ERROR_NO_MORE_ITEMS)
             break;
         if (found != ERROR_SUCCESS)
@@ -411,8 +411,8 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
         if (step != S_OK)
             return step;
         if (result != ERROR_SUCCESS)
-            return ApiError(__LINE__, L"XSessionDataStorageReg::StoreData -> Open registry key with write access failed",
-                            result);
+            return ApiError(__LINE__,
+                            L"XSessionDataStorageReg::StoreData -> Open registry key with write access failed", result);
         target = created.Get();
     }
 

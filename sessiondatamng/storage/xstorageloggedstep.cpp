@@ -40,8 +40,7 @@ void LogStdException(const char* unit, unsigned long line, const XWQComBSTR& fun
     }
 }
 
-void LogUnknownException(const char* unit, unsigned long line, const XWQComBSTR& function,
-                         const GUID& guid) noexcept
+void LogUnknownException(const char* unit, unsigned long line, const XWQComBSTR& function, const GUID& guid) noexcept
 {
     try
     {

@@ -15,8 +15,7 @@ void LogComError(const char* unit, unsigned long line, const XWQComBSTR& functio
 void LogWQException(const XWrappedWQException& exception) noexcept;
 void LogStdException(const char* unit, unsigned long line, const XWQComBSTR& function, const GUID& guid,
                      const std::exception& exception) noexcept;
-void LogUnknownException(const char* unit, unsigned long line, const XWQComBSTR& function,
-                         const GUID& guid) noexcept;
+void LogUnknownException(const char* unit, unsigned long line, const XWQComBSTR& function, const GUID& guid) noexcept;
 } // namespace xstorage_detail
 
 // Runs step and returns its answer; S_FALSE after logging when it throws.

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
+#include <cstdint>
 #include <cwchar>
 
 namespace
@@ -135,8 +136,8 @@ std::vector<std::wstring> ValueNames(HKEY hive, const std::wstring& path)
 void CreateKey(HKEY hive, const std::wstring& path, DWORD options)
 {
     HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, ::RegCreateKeyExW(hive, path.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &key,
-                                               nullptr));
+    ASSERT_EQ(ERROR_SUCCESS,
+              ::RegCreateKeyExW(hive, path.c_str(), 0, nullptr, options, KEY_ALL_ACCESS, nullptr, &key, nullptr));
     ::RegCloseKey(key);
 }
 
@@ -145,8 +146,9 @@ void SetString(HKEY hive, const std::wstring& path, const std::wstring& name, co
     HKEY key = nullptr;
     ASSERT_EQ(ERROR_SUCCESS,
               ::RegCreateKeyExW(hive, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr));
-    EXPECT_EQ(ERROR_SUCCESS, ::RegSetValueExW(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                                              static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))));
+    EXPECT_EQ(ERROR_SUCCESS,
+              ::RegSetValueExW(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                               static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))));
     ::RegCloseKey(key);
 }
 
@@ -170,8 +172,8 @@ bool IsVolatile(HKEY hive, const std::wstring& path)
 {
     const std::wstring probe = path + L"\\NonVolatileProbe";
     HKEY key = nullptr;
-    const LONG result =
-        ::RegCreateKeyExW(hive, probe.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    const LONG result = ::RegCreateKeyExW(hive, probe.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                                          nullptr, &key, nullptr);
     if (result == ERROR_SUCCESS)
     {
         ::RegCloseKey(key);

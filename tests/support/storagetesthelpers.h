@@ -93,7 +93,7 @@ struct PairsResult
 {
     HRESULT hr = E_UNEXPECTED;
     ULONG count = 0;
-    bool listWritten = false;  // the out array was set (else it still holds the marker)
+    bool listWritten = false; // the out array was set (else it still holds the marker)
     bool listNull = true;
     Pairs pairs;
 };
@@ -121,7 +121,7 @@ struct KeyRecordsResult
 {
     HRESULT hr = E_UNEXPECTED;
     ULONG count = 0;
-    bool listWritten = false;  // the out array was set (else it still holds the marker)
+    bool listWritten = false; // the out array was set (else it still holds the marker)
     std::vector<KeyRecord> records;
 };
 KeyRecordsResult ReadAll(IWQ_SessionDataStorage* storage, const wchar_t* root);
