@@ -109,6 +109,46 @@ int UseVolatileCategory()
     ::VariantClear(&read);
     return gone == S_FALSE ? 0 : 1;
 }
+int UseRegistryCategory()
+{
+    std::printf("Global category in the registry (HKCU\\Software\\WQSessionDataMngDemo), uncached:\n");
+    Ptr<IWQ_SessionDataMng> manager;
+    Ptr<IWQ_SessionDataStorageReg> storage;
+    CLSID clsid;
+    const SESSIONDATATYPE global = static_cast<SESSIONDATATYPE>(1);
+    if (!Check("CLSIDFromProgID(manager)", ::CLSIDFromProgID(L"WQSessionDataMng.WQSessionDataMng", &clsid)) ||
+        !Check("CoCreateInstance(manager)",
+               ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IWQ_SessionDataMng, manager.out())) ||
+        !Check("CLSIDFromProgID(registry storage)",
+               ::CLSIDFromProgID(L"WQSessionDataMng.WQ_SessionDataStorageReg", &clsid)) ||
+        !Check("CoCreateInstance(registry storage)", ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IWQ_SessionDataStorageReg,
+                                      storage.out())))
+        return 1;
+    // The hive is the plain number 1 (current user), not the published SDRK_CURRENT_USER value.
+    Bstr root(L"Software\\WQSessionDataMngDemo");
+    if (!Check("Initialize(1, Software\\WQSessionDataMngDemo, 0)",
+               storage->Initialize(static_cast<SESSIONDATAREGKEY>(1), root, 0)) ||
+        !Check("SetStorage(registry, category 1, uncached)", manager->SetStorage(storage.p, global, 0)))
+        return 1;
+    VARIANT value;
+    ::VariantInit(&value);
+    value.vt = VT_BSTR;
+    value.bstrVal = ::SysAllocString(L"blue");
+    Bstr key(L"Users/Demo/Window"), name(L"Color");
+    const bool wrote = Check("WriteData(Users/Demo/Window, Color, blue)", manager->WriteData(key, name, value, global));
+    ::VariantClear(&value);
+    VARIANT read;
+    ::VariantInit(&read);
+    const bool readBack = wrote && Check("GetData(..., VT_BSTR)", manager->GetData(key, name, VT_BSTR, &read, global));
+    if (readBack)
+        std::printf("  read back: %ls\n", read.bstrVal);
+    ::VariantClear(&read);
+    SDM_STORAGE_TYPE kind = static_cast<SDM_STORAGE_TYPE>(0);
+    Check("GetStorageType", manager->GetStorageType(global, &kind));
+    std::printf("  storage kind: %d (2 = registry)\n", static_cast<int>(kind));
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\WQSessionDataMngDemo");
+    return readBack ? 0 : 1;
+}
 } // namespace
 
 int main()
@@ -117,8 +157,10 @@ int main()
         return 2;
     std::printf("WQSessionDataMng demo client\n");
     const int unavailable = CreateEveryClass();
-    const int failed = UseVolatileCategory();
+    const int failedVolatile = UseVolatileCategory();
+    const int failedRegistry = UseRegistryCategory();
     ::CoUninitialize();
-    std::printf("%d class(es) not available yet; volatile category %s\n", unavailable, failed ? "FAILED" : "works");
-    return failed;
+    std::printf("%d class(es) not available yet; volatile category %s; registry category %s\n", unavailable,
+                failedVolatile ? "FAILED" : "works", failedRegistry ? "FAILED" : "works");
+    return failedVolatile + failedRegistry;
 }
