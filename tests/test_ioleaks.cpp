@@ -117,6 +117,7 @@ TEST(IOLeaks, DestroyingACachedLayerFreesItsCache)
     XComPtr<IWQ_SessionDataIO> warm = NewIO<XSessionDataIO>(storage.Get());
     Cycle(warm.Get(), storage.operator->());
     ScopedMallocSpy spy;
+    ASSERT_TRUE(spy.Registered());
     {
         XComPtr<IWQ_SessionDataIO> io = NewIO<XSessionDataIO>(storage.Get());
         io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), XWQComBSTR(L"v"));

@@ -56,6 +56,7 @@ TEST(IOOwnership, ArrayOfAFailedStoreIsFreedByTheLayer)
     storage->SetResult("StoreData", E_FAIL);
     {
         ScopedMallocSpy spy;
+        ASSERT_TRUE(spy.Registered());
         EXPECT_EQ(E_FAIL, io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), XWQComBSTR(L"v")));
         EXPECT_EQ(0u, storage->KeptArrays());
         io->FlushCache(SDT_allData);
@@ -71,6 +72,7 @@ TEST(IOOwnership, ArrayGivenToADatabaseStorageThatIsNotUserProfileIsFreedByTheLa
     WarmUp(io.Get());
     {
         ScopedMallocSpy spy;
+        ASSERT_TRUE(spy.Registered());
         EXPECT_EQ(S_OK, io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), XWQComBSTR(L"v")));
         io->FlushCache(SDT_allData);
         EXPECT_EQ(0u, spy.Outstanding());
@@ -85,6 +87,7 @@ TEST(IOOwnership, FailedIsUserProfileStorageCountsAsNotUserProfile)
     WarmUp(io.Get());
     {
         ScopedMallocSpy spy;
+        ASSERT_TRUE(spy.Registered());
         EXPECT_EQ(S_OK, io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), XWQComBSTR(L"v")));
         EXPECT_EQ(0u, storage->KeptArrays());
         io->FlushCache(SDT_allData);
@@ -102,6 +105,7 @@ TEST(IOOwnership, UncachedLayerAlwaysFreesItsArray)
     storage->ClearCalls();
     {
         ScopedMallocSpy spy;
+        ASSERT_TRUE(spy.Registered());
         EXPECT_EQ(S_OK, io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), XWQComBSTR(L"v")));
         EXPECT_EQ(0u, storage->CountCalls("IsUserProfileStorage"));
         io->FlushCache(SDT_allData);
@@ -124,6 +128,7 @@ TYPED_TEST(UploadOwnershipTest, UploadCacheFreesGetAllDataResultWithCoTaskMemFre
     WarmUp(io.Get());
     {
         ScopedMallocSpy spy;
+        ASSERT_TRUE(spy.Registered());
         EXPECT_EQ(S_OK, io->UploadCache(XWQComBSTR(L"root")));
         // What is left is the table's copies; emptying the table leaves nothing.
         io->FlushCache(SDT_allData);
@@ -139,6 +144,7 @@ TYPED_TEST(UploadOwnershipTest, ReadListFreesTheStoragesArray)
     WarmUp(io.Get());
     {
         ScopedMallocSpy spy;
+        ASSERT_TRUE(spy.Registered());
         EXPECT_EQ(L"2", Read(io.Get(), L"k", L"b").value);
         io->FlushCache(SDT_allData);
         EXPECT_EQ(0u, spy.Outstanding());

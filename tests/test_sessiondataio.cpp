@@ -15,17 +15,6 @@ protected:
     StorageRef storage;
     XComPtr<IWQ_SessionDataIO> io = NewIO<XSessionDataIO>(storage.Get());
 };
-
-HRESULT Write(IWQ_SessionDataIO* io, const wchar_t* key, const wchar_t* name, const wchar_t* value)
-{
-    return io->WriteData(XWQComBSTR(key), XWQComBSTR(name), XWQComBSTR(value));
-}
-
-HRESULT ReadAll(IWQ_SessionDataIO* io, const wchar_t* root)
-{
-    XKeyValueArray all;
-    return io->GetAllData(XWQComBSTR(root), all.CountAddress(), all.ItemsAddress());
-}
 } // namespace
 
 // --- the memory of missing values ---

@@ -55,7 +55,7 @@ STDMETHODIMP XSessionDataIO::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR*
             return hr;
         if (!answer)
         {
-            (void)0;
+            m_missingValues.insert(MissingMarker(key, valueName));
             return S_FALSE;
         }
         *pbstrValue = answer->Copy();
@@ -156,15 +156,11 @@ HRESULT XSessionDataIO::SaveValues(BSTR bstrKeyName, BSTR bstrValueName)
         return dirty.Empty() ? S_FALSE : StoreDirtyValues(*cached, dirty);
     }
 
-    const XLowerName valueName(bstrValueName);
-    XValueTable::Entry* value = cached ? cached->value.Find(valueName) : nullptr;
-    if (!value)
-        return S_FALSE;
-    XValueList one;
-    one.Put(valueName, value->value.value);
     // One value, under the key as the caller spelt it.
-    const HRESULT hr = StoreList(bstrKeyName, one);
-    if (FAILED(hr))
+    const XLowerName valueName(bstrValueName);
+    XValueTable::Entry* value = nullptr;
+    const HRESULT hr = StoreOneValue(bstrKeyName, cached, valueName, value);
+    if (!value || FAILED(hr))
         return hr;
     BSTR empty = nullptr;  // a null BSTR is the empty string
     if (::VarBstrCmp(value->value.value, empty, LOCALE_USER_DEFAULT, 0) == static_cast<HRESULT>(VARCMP_EQ))

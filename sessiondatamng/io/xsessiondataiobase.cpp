@@ -43,9 +43,8 @@ STDMETHODIMP XSessionDataIOBase::UploadCache(BSTR bstrKeyName)
     Guard guard(*this, __LINE__);
     // The storages hand out their pair arrays from CoTaskMemAlloc: all of it is freed with that
     // allocator's counterpart.
-    ULONG count = 0;
-    tagKEY_SESSIONDATAVALUE* leaked = nullptr;
-    return GetAllData(bstrKeyName, &count, &leaked);
+    XKeyValueArray all;
+    return GetAllData(bstrKeyName, all.CountAddress(), all.ItemsAddress());
 }
 
 STDMETHODIMP XSessionDataIOBase::GetStorageType(SDM_STORAGE_TYPE* pStorageType)
@@ -129,6 +128,18 @@ HRESULT XSessionDataIOBase::StoreList(BSTR bstrKeyName, const XValueList& list)
     return hr;
 }
 
+HRESULT XSessionDataIOBase::StoreOneValue(BSTR bstrKeyName, XKeyTable::Entry* key, std::wstring_view valueName,
+                                          XValueTable::Entry*& stored)
+{
+    Guard guard(*this, __LINE__);
+    stored = key ? key->value.Find(valueName) : nullptr;
+    if (!stored)
+        return S_FALSE;
+    XValueList one;
+    one.Put(valueName, stored->value.value);
+    return StoreList(bstrKeyName, one);
+}
+
 XValueList XSessionDataIOBase::DirtyValues(const XValueTable& table)
 {
     XValueList dirty;
@@ -203,7 +214,7 @@ HRESULT XSessionDataIOBase::FindOrReadValue(std::wstring_view key, std::wstring_
     // Names already in the table keep their (possibly dirty) entries.
     for (const XValueList::Entry& entry : read)
     {
-        const std::wstring name = true ? XLowerName(entry.name).String() : entry.name.ToWString();
+        const std::wstring name = lowerStorageNames ? XLowerName(entry.name).String() : entry.name.ToWString();
         if (!cached->value.Contains(name))
             cached->value.Put(name, XValueEntry{entry.value, false});
         if (name == valueName)

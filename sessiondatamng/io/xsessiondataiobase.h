@@ -86,6 +86,13 @@ protected:
     // must not free it). The uncached layer always frees it.
     virtual bool StorageKeepsStoredArray() { return false; }
 
+    // SaveData's one-value case: stores the value of valueName (lower-cased) that key (an entry
+    // of the table, or null) holds, whether dirty or not, as a one-entry list under the key as
+    // the caller spelt it (bstrKeyName). stored receives that value's entry, null when the key
+    // or the value is not in the table (nothing is stored then, and the result is S_FALSE).
+    // Otherwise StoreList's result; the entry is left as it was.
+    HRESULT StoreOneValue(BSTR bstrKeyName, XKeyTable::Entry* key, std::wstring_view valueName,
+                          XValueTable::Entry*& stored);
     // The dirty entries of a value table, as a list to store.
     static XValueList DirtyValues(const XValueTable& table);
     // Stores dirty (a key's dirty values) under the key's name as the table holds it; on

@@ -107,14 +107,12 @@ STDMETHODIMP XSessionDataIONoCache::SaveData(BSTR bstrKeyName, BSTR bstrValueNam
 
         if (!XIsEmptyName(bstrValueName))
         {
-            // One value, stored whether dirty or not, under the key as the caller spelt it.
-            const XLowerName valueName(bstrValueName);
-            XValueTable::Entry* value = cached ? cached->value.Find(valueName) : nullptr;
+            // One value, stored whether dirty or not, under the key as the caller spelt it; a
+            // value not in the table is nothing to store.
+            XValueTable::Entry* value = nullptr;
+            const HRESULT hr = StoreOneValue(bstrKeyName, cached, XLowerName(bstrValueName), value);
             if (!value)
                 return S_OK;
-            XValueList one;
-            one.Put(valueName, value->value.value);
-            const HRESULT hr = StoreList(bstrKeyName, one);
             if (SUCCEEDED(hr))
                 value->value.dirty = false;
             return hr;
@@ -153,5 +151,5 @@ STDMETHODIMP XSessionDataIONoCache::GetAllData(BSTR bstrRootKeyName, ULONG* pulC
                                                tagKEY_SESSIONDATAVALUE** ppKeySessionDataList)
 {
     // Pending asynchronous writes are flushed first, so that the read sees them.
-    return ReadAllData(__LINE__, false, bstrRootKeyName, pulCount, ppKeySessionDataList);
+    return ReadAllData(__LINE__, true, bstrRootKeyName, pulCount, ppKeySessionDataList);
 }

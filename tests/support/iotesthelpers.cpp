@@ -11,6 +11,17 @@ tagSESSIONDATAVALUE* const kUnwrittenList = reinterpret_cast<tagSESSIONDATAVALUE
 const ULONG kUnwrittenCount = 0xA5A5A5A5u;
 } // namespace
 
+HRESULT Write(IWQ_SessionDataIO* io, const wchar_t* key, const wchar_t* name, const wchar_t* value)
+{
+    return io->WriteData(XWQComBSTR(key), XWQComBSTR(name), XWQComBSTR(value));
+}
+
+HRESULT ReadAll(IWQ_SessionDataIO* io, const wchar_t* root)
+{
+    XKeyValueArray all;
+    return io->GetAllData(XWQComBSTR(root), all.CountAddress(), all.ItemsAddress());
+}
+
 ReadResult Read(IWQ_SessionDataIO* io, const wchar_t* key, const wchar_t* name)
 {
     ReadResult result;

@@ -41,6 +41,11 @@ XComPtr<IWQ_SessionDataIO> NewIO(IWQ_SessionDataStorage* storage = nullptr)
     return io;
 }
 
+// WriteData with the texts as BSTRs.
+HRESULT Write(IWQ_SessionDataIO* io, const wchar_t* key, const wchar_t* name, const wchar_t* value);
+// GetAllData; frees what comes back.
+HRESULT ReadAll(IWQ_SessionDataIO* io, const wchar_t* root);
+
 struct ReadResult
 {
     HRESULT hr = E_UNEXPECTED;
