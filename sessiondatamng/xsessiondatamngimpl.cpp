@@ -28,29 +28,33 @@ XSessionDataMngImpl* DefaultFactory()
 
 XSessionDataMngImpl::Factory volatile g_factory = nullptr;
 
-class XTableWriteGuard
+// Scoped hold of the table guard: exclusive for writers, shared for the unlocked readers.
+template <bool Exclusive>
+class XTableGuard
 {
 public:
-    explicit XTableWriteGuard(SRWLOCK& lock) noexcept : m_lock(lock) { ::AcquireSRWLockExclusive(&m_lock); }
-    ~XTableWriteGuard() { ::ReleaseSRWLockExclusive(&m_lock); }
-    XTableWriteGuard(const XTableWriteGuard&) = delete;
-    XTableWriteGuard& operator=(const XTableWriteGuard&) = delete;
+    explicit XTableGuard(SRWLOCK& lock) noexcept : m_lock(lock)
+    {
+        if (Exclusive)
+            ::AcquireSRWLockExclusive(&m_lock);
+        else
+            ::AcquireSRWLockShared(&m_lock);
+    }
+    ~XTableGuard()
+    {
+        if (Exclusive)
+            ::ReleaseSRWLockExclusive(&m_lock);
+        else
+            ::ReleaseSRWLockShared(&m_lock);
+    }
+    XTableGuard(const XTableGuard&) = delete;
+    XTableGuard& operator=(const XTableGuard&) = delete;
 
 private:
     SRWLOCK& m_lock;
 };
-
-class XTableReadGuard
-{
-public:
-    explicit XTableReadGuard(SRWLOCK& lock) noexcept : m_lock(lock) { ::AcquireSRWLockShared(&m_lock); }
-    ~XTableReadGuard() { ::ReleaseSRWLockShared(&m_lock); }
-    XTableReadGuard(const XTableReadGuard&) = delete;
-    XTableReadGuard& operator=(const XTableReadGuard&) = delete;
-
-private:
-    SRWLOCK& m_lock;
-};
+using XTableWriteGuard = XTableGuard<true>;
+using XTableReadGuard = XTableGuard<false>;
 
 // Accumulated pairs of an all-categories list merge.
 using PairMap = std::map<std::wstring, std::wstring>;
