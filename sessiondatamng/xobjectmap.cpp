@@ -4,6 +4,8 @@
 #include "xsessiondatamng.h"
 #include "xsessiondatamng_h.h"
 #include "io/xsessiondataio.h"
+#include "io/xsessiondataioex.h"
+#include "io/xsessiondataioexdb.h"
 #include "io/xsessiondataionocache.h"
 #include "storage/xsessiondatastorageenv.h"
 #include "storage/xsessiondatastoragereg.h"
@@ -28,7 +30,7 @@ const XObjectMapEntry kEntries[] = {
     {&CLSID_WQ_SessionDataIONoCache, L"WQ_SessionDataIONoCache", L"WQ Session Data Manager Class",
      L"WQ Session Data Manager Class", false, &Create<XSessionDataIONoCache>},
     {&CLSID_WQ_SessionDataIOExDB, L"WQ_SessionDataIOExDB", L"WQ Session Data Manager IOExDB Class",
-     L"WQ Session Data Manager IOExDB Class", true, nullptr},
+     L"WQ Session Data Manager IOExDB Class", true, &Create<XSessionDataIOExDB>},
     {&CLSID_WQ_SessionDataStorageEnv, L"WQ_SessionDataStorageEnv", L"WQ Session Data Manager Storage Environment Class",
      L"WQ Session Data Manager Storage Environment Class", true, &Create<XSessionDataStorageEnv>},
     {&CLSID_WQ_SessionDataStorageVolatile, L"WQ_SessionDataStorageVolatile",
@@ -39,7 +41,7 @@ const XObjectMapEntry kEntries[] = {
     {&CLSID_WQ_SessionDataStorageDb, L"WQ_SessionDataStorageDb", L"WQ Session Data Manager Database Storage Class",
      L"WQ Session Data Manager Storage Database Class", false, nullptr},
     {&CLSID_WQ_SessionDataIOEx, L"SessionDataIOEx", L"XSessionDataIOEx Class", L"XSessionDataIOEx Class", false,
-     nullptr},
+     &Create<XSessionDataIOEx>},
 };
 } // namespace
 

@@ -21,6 +21,8 @@ const Built kBuilt[] = {
     {L"WQSessionDataMng.WQ_SessionDataStorageVolatile", &IID_IWQ_SessionDataStorageVolatile},
     {L"WQSessionDataMng.WQ_SessionDataStorageEnv", &IID_IWQ_SessionDataStorageEnv},
     {L"WQSessionDataMng.WQ_SessionDataStorageReg", &IID_IWQ_SessionDataStorageReg},
+    {L"WQSessionDataMng.SessionDataIOEx", &IID_IWQ_SessionDataIOEx},
+    {L"WQSessionDataMng.WQ_SessionDataIOExDB", &IID_IWQ_SessionDataIOExDB},
 };
 
 // An outer object that aggregates one inner object.

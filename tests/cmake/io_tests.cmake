@@ -22,3 +22,6 @@ target_link_libraries(test_io_contract PRIVATE sdm_io sdm_storage wq_storagedoub
 
 wq_add_test(test_storage_volatile test_storagevolatile.cpp test_ioendtoend.cpp)
 target_link_libraries(test_storage_volatile PRIVATE sdm_io sdm_storage wq_storagedoubles)
+
+wq_add_test(test_io_extended test_sessiondataioex.cpp test_sessiondataioexdb.cpp test_ioexleaks.cpp)
+target_link_libraries(test_io_extended PRIVATE sdm_io sdm_storage wq_storagedoubles)

@@ -27,3 +27,9 @@ wq_add_module_test(test_module_classes FALSE
 
 wq_add_test(test_app_init ${CMAKE_CURRENT_SOURCE_DIR}/test_app_init.cpp)
 target_link_libraries(test_app_init PRIVATE sdm_module)
+
+wq_add_module_test(test_module_extended FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_extended.cpp)
+target_link_libraries(test_module_extended PRIVATE wq_storagedoubles)
+
+wq_add_module_test(test_module_ioexchain FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_ioexchain.cpp)
+target_link_libraries(test_module_ioexchain PRIVATE wq_storagedoubles)

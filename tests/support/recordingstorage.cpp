@@ -59,6 +59,8 @@ HRESULT RecordingStorage::InternalQueryInterface(REFIID iid, void** ppv)
     else if (Poses(Pose::Database) &&
              (::IsEqualIID(iid, IID_IWQ_SessionDataStorageEx) || ::IsEqualIID(iid, IID_IWQ_SessionDataStorageDb)))
         answer = static_cast<IWQ_SessionDataStorageDb*>(this);
+    else if (Poses(Pose::Extended) && ::IsEqualIID(iid, IID_IWQ_SessionDataStorageEx))
+        answer = static_cast<IWQ_SessionDataStorageDb*>(this);
     else if (Poses(Pose::Registry) && ::IsEqualIID(iid, IID_IWQ_SessionDataStorageReg))
         answer = static_cast<IWQ_SessionDataStorageReg*>(this);
     else if (Poses(Pose::Environment) && ::IsEqualIID(iid, IID_IWQ_SessionDataStorageEnv))
@@ -101,6 +103,55 @@ void RecordingStorage::SetSubKeys(const std::wstring& key, std::vector<std::wstr
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_subKeys[key] = std::move(subKeys);
+}
+
+void RecordingStorage::SetObjectRecords(const std::wstring& key, Pairs pairs)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_objectRecords[key] = std::move(pairs);
+}
+
+std::vector<IUnknown*> RecordingStorage::Objects() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_objects;
+}
+
+void RecordingStorage::RecordObject(IUnknown* object)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_objects.push_back(object);
+}
+
+bool RecordingStorage::Scripted(const std::map<std::wstring, Pairs>& table, BSTR key, Pairs& pairs) const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const auto found = table.find(Text(key));
+    if (found == table.end())
+        return false;
+    pairs = found->second;
+    return true;
+}
+
+HRESULT RecordingStorage::AnswerSubKeys(BSTR key, ULONG* pulCount, BSTR** ppKeyNameList) const
+{
+    std::vector<std::wstring> subKeys;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto found = m_subKeys.find(Text(key));
+        if (found == m_subKeys.end() || found->second.empty())
+        {
+            *pulCount = 0;
+            return S_FALSE;
+        }
+        subKeys = found->second;
+    }
+    auto* names = static_cast<BSTR*>(::CoTaskMemAlloc(subKeys.size() * sizeof(BSTR)));
+    for (size_t i = 0; i < subKeys.size(); ++i)
+        names[i] = ::SysAllocString(subKeys[i].c_str());
+    *ppKeyNameList = names;
+    *pulCount = static_cast<ULONG>(subKeys.size());
+    return S_OK;
 }
 
 void RecordingStorage::SetResult(const std::string& method, HRESULT hr)
@@ -213,15 +264,10 @@ STDMETHODIMP RecordingStorage::ReadData(BSTR bstrKeyName, ULONG* pulCount, tagSE
     if (Forced("ReadData", hr))
         return hr;
     Pairs pairs;
+    if (!Scripted(m_records, bstrKeyName, pairs))
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_records.find(Text(bstrKeyName));
-        if (found == m_records.end())
-        {
-            *pulCount = 0;
-            return S_FALSE;
-        }
-        pairs = found->second;
+        *pulCount = 0;
+        return S_FALSE;
     }
     *ppValueList = NewValueRecords(pairs);
     *pulCount = static_cast<ULONG>(pairs.size());
@@ -234,23 +280,7 @@ STDMETHODIMP RecordingStorage::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursive, U
     HRESULT hr = S_OK;
     if (Forced("GetSubKeys", hr))
         return hr;
-    std::vector<std::wstring> subKeys;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const auto found = m_subKeys.find(Text(bstrKeyName));
-        if (found == m_subKeys.end() || found->second.empty())
-        {
-            *pulCount = 0;
-            return S_FALSE;
-        }
-        subKeys = found->second;
-    }
-    auto* names = static_cast<BSTR*>(::CoTaskMemAlloc(subKeys.size() * sizeof(BSTR)));
-    for (size_t i = 0; i < subKeys.size(); ++i)
-        names[i] = ::SysAllocString(subKeys[i].c_str());
-    *ppKeyNameList = names;
-    *pulCount = static_cast<ULONG>(subKeys.size());
-    return S_OK;
+    return AnswerSubKeys(bstrKeyName, pulCount, ppKeyNameList);
 }
 
 STDMETHODIMP RecordingStorage::ReadAllData(BSTR bstrRootKeyName, ULONG* pulCount,
@@ -310,35 +340,57 @@ STDMETHODIMP RecordingStorage::StoreObjectData(IUnknown* piObject, BSTR bstrKeyN
                                                tagSESSIONDATAVALUE* pValueList)
 {
     Record("StoreObjectData(" + Narrow(bstrKeyName) + "|" + ValueList(ulCount, pValueList) + ")");
-    return S_OK;
+    RecordObject(piObject);
+    HRESULT hr = S_OK;
+    Forced("StoreObjectData", hr);
+    return hr;
 }
 
 STDMETHODIMP RecordingStorage::ReadObjectData(IUnknown* piObject, BSTR bstrKeyName, ULONG* pulCount,
                                               tagSESSIONDATAVALUE** ppValueList)
 {
     Record("ReadObjectData(" + Narrow(bstrKeyName) + ")");
-    *pulCount = 0;
-    return S_FALSE;
+    RecordObject(piObject);
+    HRESULT hr = S_OK;
+    if (Forced("ReadObjectData", hr))
+        return hr;
+    Pairs pairs;
+    if (!Scripted(m_objectRecords, bstrKeyName, pairs))
+    {
+        *pulCount = 0;
+        return S_FALSE;
+    }
+    *ppValueList = NewValueRecords(pairs);
+    *pulCount = static_cast<ULONG>(pairs.size());
+    return S_OK;
 }
 
 STDMETHODIMP RecordingStorage::GetObjectSubKeys(IUnknown* piObject, BSTR bstrKeyName, ULONG ulRecursive,
                                                 ULONG* pulCount, BSTR** ppKeyNameList)
 {
-    Record("GetObjectSubKeys(" + Narrow(bstrKeyName) + ")");
-    *pulCount = 0;
-    return S_FALSE;
+    Record("GetObjectSubKeys(" + Narrow(bstrKeyName) + "|" + std::to_string(ulRecursive) + ")");
+    RecordObject(piObject);
+    HRESULT hr = S_OK;
+    if (Forced("GetObjectSubKeys", hr))
+        return hr;
+    return AnswerSubKeys(bstrKeyName, pulCount, ppKeyNameList);
 }
 
 STDMETHODIMP RecordingStorage::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyName)
 {
     Record("DeleteObjectKey(" + Narrow(bstrKeyName) + ")");
-    return S_OK;
+    RecordObject(piObject);
+    HRESULT hr = S_OK;
+    Forced("DeleteObjectKey", hr);
+    return hr;
 }
 
 STDMETHODIMP RecordingStorage::DeleteKey(BSTR bstrKeyName)
 {
     Record("DeleteKey(" + Narrow(bstrKeyName) + ")");
-    return S_OK;
+    HRESULT hr = S_OK;
+    Forced("DeleteKey", hr);
+    return hr;
 }
 
 STDMETHODIMP RecordingStorage::SetRoot(IWQ_SessionDataIOEx* pSDMObjectStorageRoot)

@@ -31,6 +31,7 @@ public:
         Registry,
         Environment,
         Volatile,
+        Extended,  // IWQ_SessionDataStorageEx only (no database interface)
     };
     using Pairs = std::vector<std::pair<std::wstring, std::wstring>>;
 
@@ -48,6 +49,11 @@ public:
     // ReadAllData answers S_OK with these records once set (else S_FALSE, count 0).
     void SetAllData(std::vector<std::pair<std::wstring, Pairs>> records);
     void SetSubKeys(const std::wstring& key, std::vector<std::wstring> subKeys);
+    // ReadObjectData of a key (exact text) answers S_OK with these pairs in this order; other
+    // keys answer S_FALSE with a count of 0. GetObjectSubKeys answers from SetSubKeys.
+    void SetObjectRecords(const std::wstring& key, Pairs pairs);
+    // The object pointers that the object operations received, in call order.
+    std::vector<IUnknown*> Objects() const;
     // Forces a method's result (by name); the method then hands out nothing.
     void SetResult(const std::string& method, HRESULT hr);
     void ClearResult(const std::string& method);
@@ -96,6 +102,11 @@ protected:
 
 private:
     void Record(const std::string& call);
+    void RecordObject(IUnknown* object);
+    // The scripted pairs of key in table, or false.
+    bool Scripted(const std::map<std::wstring, Pairs>& table, BSTR key, Pairs& pairs) const;
+    // The sub-key list of key as a CoTaskMemAlloc array; S_FALSE (count 0) when none is scripted.
+    HRESULT AnswerSubKeys(BSTR key, ULONG* pulCount, BSTR** ppKeyNameList) const;
     // The forced result of method, or fallback.
     bool Forced(const std::string& method, HRESULT& hr) const;
     bool TakesArrays() const;
@@ -106,6 +117,8 @@ private:
     std::vector<std::string> m_calls;
     std::map<std::string, HRESULT> m_results;
     std::map<std::wstring, Pairs> m_records;
+    std::map<std::wstring, Pairs> m_objectRecords;
+    std::vector<IUnknown*> m_objects;
     bool m_hasAllData = false;
     std::vector<std::pair<std::wstring, Pairs>> m_allData;
     std::map<std::wstring, std::vector<std::wstring>> m_subKeys;
