@@ -33,3 +33,11 @@ target_link_libraries(test_module_extended PRIVATE wq_storagedoubles)
 
 wq_add_module_test(test_module_ioexchain FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_ioexchain.cpp)
 target_link_libraries(test_module_ioexchain PRIVATE wq_storagedoubles)
+
+# Cross-process marshalling: a local-server host process activated through LocalServer32.
+add_executable(wq_localserver_host ${CMAKE_CURRENT_SOURCE_DIR}/localserver/localserverhost.cpp)
+target_link_libraries(wq_localserver_host PRIVATE sessiondatamng_core ole32 oleaut32 uuid)
+target_link_options(wq_localserver_host PRIVATE -municode)
+wq_add_module_test(test_module_localserver TRUE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_localserver.cpp)
+target_include_directories(test_module_localserver PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+add_dependencies(test_module_localserver wq_localserver_host)
