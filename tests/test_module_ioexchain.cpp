@@ -4,93 +4,14 @@
 // multithreaded apartment, so every forwarded call crosses the proxy/stub.
 #include "iotesthelpers.h"
 #include "mallocspy.h"
+#include "rootapartment.h"
 #include "moduletest.h"
 #include "xcomtypes.h"
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 namespace
 {
-// A single-threaded apartment that owns the root and its storage and pumps messages.
-class RootApartment
-{
-public:
-    RootApartment()
-    {
-        m_ready = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        m_stop = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        m_thread = std::thread([this] { Main(); });
-        ::WaitForSingleObject(m_ready, 30000);
-    }
-    ~RootApartment()
-    {
-        ::SetEvent(m_stop);
-        m_thread.join();
-        ::CloseHandle(m_ready);
-        ::CloseHandle(m_stop);
-    }
-    HRESULT Setup() const { return m_setup; }
-    RecordingStorage& Storage() const { return *m_storage; }
-    IWQ_SessionDataIOEx* RawRoot() const { return m_rawRoot; }
-    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const
-    {
-        XComPtr<IGlobalInterfaceTable> git;
-        XComPtr<IWQ_SessionDataIOEx> root;
-        if (SUCCEEDED(::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IGlobalInterfaceTable,
-                                         reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()))))
-            git->GetInterfaceFromGlobal(m_cookie, IID_IWQ_SessionDataIOEx,
-                                        reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()));
-        return root;
-    }
-
-private:
-    void Main()
-    {
-        ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        {
-            XComPtr<IGlobalInterfaceTable> git;
-            XComPtr<IWQ_SessionDataIOEx> root;
-            StorageRef storage(RecordingStorage::Pose::Extended);
-            m_storage = storage.operator->();
-            m_setup = ::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IGlobalInterfaceTable,
-                                         reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()));
-            if (SUCCEEDED(m_setup))
-                m_setup = ::CoCreateInstance(CLSID_WQ_SessionDataIOEx, nullptr, CLSCTX_INPROC_SERVER,
-                                             IID_IWQ_SessionDataIOEx,
-                                             reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()));
-            if (SUCCEEDED(m_setup))
-                m_setup = root->SetStorage(storage.Get());
-            if (SUCCEEDED(m_setup))
-                m_setup = git->RegisterInterfaceInGlobal(root.Get(), IID_IWQ_SessionDataIOEx, &m_cookie);
-            m_rawRoot = root.Get();
-            ::SetEvent(m_ready);
-            for (;;)
-            {
-                const DWORD wait = ::MsgWaitForMultipleObjects(1, &m_stop, FALSE, INFINITE, QS_ALLINPUT);
-                if (wait == WAIT_OBJECT_0)
-                    break;
-                MSG msg;
-                while (::PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-                    ::DispatchMessageW(&msg);
-            }
-            if (git && m_cookie)
-                git->RevokeInterfaceFromGlobal(m_cookie);
-        }
-        ::CoUninitialize();
-    }
-
-    HANDLE m_ready, m_stop;
-    HRESULT m_setup = E_FAIL;
-    DWORD m_cookie = 0;
-    RecordingStorage* m_storage = nullptr;
-    IWQ_SessionDataIOEx* m_rawRoot = nullptr;
-    std::thread m_thread;
-};
-
 const SESSIONDATATYPE kCategory = static_cast<SESSIONDATATYPE>(2);
 
 template <class I>

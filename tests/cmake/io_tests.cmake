@@ -3,7 +3,8 @@
 # Test doubles: a recording storage that poses as any kind of storage, and call helpers.
 add_library(wq_storagedoubles STATIC
   ${CMAKE_CURRENT_SOURCE_DIR}/support/recordingstorage.cpp
-  ${CMAKE_CURRENT_SOURCE_DIR}/support/iotesthelpers.cpp)
+  ${CMAKE_CURRENT_SOURCE_DIR}/support/iotesthelpers.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/support/rootapartment.cpp)
 target_include_directories(wq_storagedoubles PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
 target_link_libraries(wq_storagedoubles PUBLIC wq_testsupport sdm_io sdm_storage)
 
