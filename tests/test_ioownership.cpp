@@ -64,6 +64,26 @@ TEST(IOOwnership, ArrayOfAFailedStoreIsFreedByTheLayer)
     }
 }
 
+TEST(IOOwnership, ArrayThatAUserProfileStorageDidNotTakeIsFreedByTheLayer)
+{
+    // A user-profile storage that left the array (as one reached through a proxy does: its
+    // stub never sees the layer's offer) gets nothing taken away from its caller.
+    StorageRef storage(Pose::Database);
+    storage->SetUserProfile(1);
+    storage->SetKeepsArrays(false);
+    XComPtr<IWQ_SessionDataIO> io = NewIO<XSessionDataIO>(storage.Get());
+    WarmUp(io.Get());
+    {
+        ScopedMallocSpy spy;
+        ASSERT_TRUE(spy.Registered());
+        EXPECT_EQ(S_OK, io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), XWQComBSTR(L"v")));
+        EXPECT_EQ(0u, storage->KeptArrays());
+        io->FlushCache(SDT_allData);
+        EXPECT_EQ(0u, spy.Outstanding());
+        EXPECT_EQ(0u, spy.Refreed());
+    }
+}
+
 TEST(IOOwnership, ArrayGivenToADatabaseStorageThatIsNotUserProfileIsFreedByTheLayer)
 {
     StorageRef storage(Pose::Database);
@@ -97,9 +117,10 @@ TEST(IOOwnership, FailedIsUserProfileStorageCountsAsNotUserProfile)
 
 TEST(IOOwnership, UncachedLayerAlwaysFreesItsArray)
 {
+    // Even over a user-profile storage that takes the arrays the cached layer hands over: the
+    // uncached layer offers none, so the storage takes none.
     StorageRef storage(Pose::Database);
     storage->SetUserProfile(1);
-    storage->SetKeepsArrays(false);
     XComPtr<IWQ_SessionDataIO> io = NewIO<XSessionDataIONoCache>(storage.Get());
     WarmUp(io.Get());
     storage->ClearCalls();
@@ -108,8 +129,10 @@ TEST(IOOwnership, UncachedLayerAlwaysFreesItsArray)
         ASSERT_TRUE(spy.Registered());
         EXPECT_EQ(S_OK, io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), XWQComBSTR(L"v")));
         EXPECT_EQ(0u, storage->CountCalls("IsUserProfileStorage"));
+        EXPECT_EQ(0u, storage->KeptArrays());
         io->FlushCache(SDT_allData);
         EXPECT_EQ(0u, spy.Outstanding());
+        EXPECT_EQ(0u, spy.Refreed());
     }
 }
 

@@ -121,9 +121,11 @@ HRESULT XSessionDataIOBase::StoreList(BSTR bstrKeyName, const XValueList& list)
     XStoredValueArray array(list);
     if (!array.Get())
         return S_FALSE;
-    const bool storageKeepsArray = StorageKeepsStoredArray();
+    if (!StorageKeepsStoredArray())
+        return m_storage->StoreData(bstrKeyName, array.Count(), array.Get());
+    XValueArrayHandover handover(array.Get());
     const HRESULT hr = m_storage->StoreData(bstrKeyName, array.Count(), array.Get());
-    if (storageKeepsArray && SUCCEEDED(hr))
+    if (SUCCEEDED(hr) && handover.Taken())
         array.Release();  // the storage owns the array and its strings from now on
     return hr;
 }

@@ -21,16 +21,26 @@ STDMETHODIMP_(void*) MallocSpy::PostAlloc(void* pActual)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_live.insert(pActual);
+        m_freed.erase(pActual);
     }
     return pActual;
 }
 
 STDMETHODIMP_(void*) MallocSpy::PreFree(void* pRequest, BOOL fSpyed)
 {
-    if (pRequest && fSpyed)
+    if (pRequest)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_live.erase(pRequest);
+        if (fSpyed && m_live.erase(pRequest))
+        {
+            m_freed.insert(pRequest);
+        }
+        else if (m_freed.count(pRequest))
+        {
+            // Counted, and not passed on: the heap never sees the second free.
+            ++m_refreed;
+            return nullptr;
+        }
     }
     return pRequest;
 }
@@ -49,6 +59,23 @@ STDMETHODIMP_(SIZE_T) MallocSpy::PreRealloc(void* pRequest, SIZE_T cbRequest, vo
 STDMETHODIMP_(void*) MallocSpy::PostRealloc(void* pActual, BOOL)
 {
     return PostAlloc(pActual);
+}
+
+STDMETHODIMP_(void*) MallocSpy::PreGetSize(void* pRequest, BOOL)
+{
+    if (pRequest)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_freed.count(pRequest))
+            ++m_refreed;
+    }
+    return pRequest;
+}
+
+size_t MallocSpy::Refreed() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_refreed;
 }
 
 size_t MallocSpy::Outstanding() const

@@ -20,7 +20,7 @@ public:
     STDMETHODIMP_(void) PostFree(BOOL) override {}
     STDMETHODIMP_(SIZE_T) PreRealloc(void* pRequest, SIZE_T cbRequest, void** ppNewRequest, BOOL fSpyed) override;
     STDMETHODIMP_(void*) PostRealloc(void* pActual, BOOL fSpyed) override;
-    STDMETHODIMP_(void*) PreGetSize(void* pRequest, BOOL) override { return pRequest; }
+    STDMETHODIMP_(void*) PreGetSize(void* pRequest, BOOL fSpyed) override;
     STDMETHODIMP_(SIZE_T) PostGetSize(SIZE_T cbActual, BOOL) override { return cbActual; }
     STDMETHODIMP_(void*) PreDidAlloc(void* pRequest, BOOL) override { return pRequest; }
     STDMETHODIMP_(int) PostDidAlloc(void*, BOOL, int fActual) override { return fActual; }
@@ -28,10 +28,16 @@ public:
     STDMETHODIMP_(void) PostHeapMinimize() override {}
 
     size_t Outstanding() const;
+    // Frees of blocks that this spy saw allocated and already freed (a double free; such a free
+    // is not passed on to the heap), and size queries of such blocks (SysFreeString asks for the
+    // size first and leaves a block alone that the allocator does not know any more).
+    size_t Refreed() const;
 
 private:
     mutable std::mutex m_mutex;
     std::set<void*> m_live;
+    std::set<void*> m_freed;  // freed while tracked, and not handed out again since
+    size_t m_refreed = 0;
 };
 
 // Registers a spy for its lifetime (with the BSTR cache off) and tells how many blocks that were
@@ -44,6 +50,7 @@ public:
     ~ScopedMallocSpy();
     bool Registered() const { return m_registered; }
     size_t Outstanding() const { return m_spy->Outstanding(); }
+    size_t Refreed() const { return m_spy->Refreed(); }
 
 private:
     // COM keeps a spy registered while blocks it tracked are still live; such a spy must

@@ -249,7 +249,7 @@ STDMETHODIMP RecordingStorage::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSES
            ValueList(ulCount, pValueList) + ")");
     HRESULT hr = S_OK;
     Forced("StoreData", hr);
-    if (SUCCEEDED(hr) && TakesArrays())
+    if (SUCCEEDED(hr) && TakesArrays() && XValueArrayHandover::Take(pValueList))
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_kept.emplace_back(pValueList, ulCount);
