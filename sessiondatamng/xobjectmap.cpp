@@ -7,6 +7,7 @@
 #include "io/xsessiondataioex.h"
 #include "io/xsessiondataioexdb.h"
 #include "io/xsessiondataionocache.h"
+#include "storage/xsessiondatastoragedb.h"
 #include "storage/xsessiondatastorageenv.h"
 #include "storage/xsessiondatastoragereg.h"
 #include "storage/xsessiondatastoragevolatile.h"
@@ -39,7 +40,7 @@ const XObjectMapEntry kEntries[] = {
     {&CLSID_WQ_SessionDataStorageReg, L"WQ_SessionDataStorageReg", L"WQ Session Data Storage Registry Class",
      L"WQ Session Data Storage Registry Class", false, &Create<XSessionDataStorageReg>},
     {&CLSID_WQ_SessionDataStorageDb, L"WQ_SessionDataStorageDb", L"WQ Session Data Manager Database Storage Class",
-     L"WQ Session Data Manager Storage Database Class", false, nullptr},
+     L"WQ Session Data Manager Storage Database Class", false, &Create<XSessionDataStorageDb>},
     {&CLSID_WQ_SessionDataIOEx, L"SessionDataIOEx", L"XSessionDataIOEx Class", L"XSessionDataIOEx Class", false,
      &Create<XSessionDataIOEx>},
 };

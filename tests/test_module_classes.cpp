@@ -21,6 +21,7 @@ const Built kBuilt[] = {
     {L"WQSessionDataMng.WQ_SessionDataStorageVolatile", &IID_IWQ_SessionDataStorageVolatile},
     {L"WQSessionDataMng.WQ_SessionDataStorageEnv", &IID_IWQ_SessionDataStorageEnv},
     {L"WQSessionDataMng.WQ_SessionDataStorageReg", &IID_IWQ_SessionDataStorageReg},
+    {L"WQSessionDataMng.WQ_SessionDataStorageDb", &IID_IWQ_SessionDataStorageDb},
     {L"WQSessionDataMng.SessionDataIOEx", &IID_IWQ_SessionDataIOEx},
     {L"WQSessionDataMng.WQ_SessionDataIOExDB", &IID_IWQ_SessionDataIOExDB},
 };

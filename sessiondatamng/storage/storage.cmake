@@ -5,9 +5,15 @@ set(SDM_STORAGE_SOURCES
   xstorageloggedstep.cpp
   xsessiondatastoragereadall.cpp
   xsessiondatastoragereg.cpp
-  xsessiondatastorageenv.cpp)
+  xsessiondatastorageenv.cpp
+  xsessiondatastoragedb.cpp
+  xasyncstoragedelegator.cpp
+  xstoragedelegatortask.cpp
+  xstoragerootconnhandler.cpp)
 list(TRANSFORM SDM_STORAGE_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
 
 add_library(sdm_storage STATIC ${SDM_STORAGE_SOURCES})
 target_include_directories(sdm_storage PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(sdm_storage PUBLIC sessiondatamng_core)
+# The database storage: the IO layers' value arrays it takes over, the call functors it pipes.
+target_link_libraries(sdm_storage PUBLIC sdm_io sdm_threading)

@@ -41,3 +41,6 @@ target_link_options(wq_localserver_host PRIVATE -municode)
 wq_add_module_test(test_module_localserver TRUE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_localserver.cpp)
 target_include_directories(test_module_localserver PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 add_dependencies(test_module_localserver wq_localserver_host)
+
+wq_add_module_test(test_module_dbchain FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_dbchain.cpp)
+target_link_libraries(test_module_dbchain PRIVATE wq_storagedoubles)

@@ -1,0 +1,4 @@
+// Benchmarks of the asynchronous writes of the database storage (printed to stdout).
+#pragma once
+
+void RunAsyncStorageBenchmarks();

@@ -1,0 +1,33 @@
+# Tests of the database storage over a storage root.
+
+# Test double: a recording storage root.
+add_library(wq_storagedbsupport STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/recordingroot.cpp)
+target_include_directories(wq_storagedbsupport PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
+target_link_libraries(wq_storagedbsupport PUBLIC wq_testsupport wq_storagetestsupport sdm_storage sdm_io)
+
+wq_add_test(test_storage_db
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_rootkey.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_forwarding.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_results.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_errors.cpp)
+target_link_libraries(test_storage_db PRIVATE wq_storagedbsupport)
+
+# Asynchronous write mode: the worker thread of the delegator.
+wq_add_test(test_storage_db_async ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_async.cpp)
+target_link_libraries(test_storage_db_async PRIVATE wq_storagedbsupport)
+
+# Who frees what: the value array handed over by the cached IO layer; leak checks.
+wq_add_test(test_storage_db_ownership ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_ownership.cpp)
+target_link_libraries(test_storage_db_ownership PRIVATE wq_storagedbsupport)
+
+# The storage of the registered module over a root in another apartment (proxies through the
+# module's proxy/stub).
+wq_add_module_test(test_storage_db_apartments FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_apartments.cpp)
+target_link_libraries(test_storage_db_apartments PRIVATE wq_storagedbsupport)
+
+# The same ownership cases in one process under Wine's heap checks: a double free or a use of a
+# freed block that the leak counts cannot see (Wine tolerates both) fails the run.
+add_test(NAME storagedb_ownership_heap_checked
+         COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh $<TARGET_FILE:test_storage_db_ownership>)
+set_tests_properties(storagedb_ownership_heap_checked PROPERTIES
+  ENVIRONMENT "WINEDEBUG=warn+heap" FAIL_REGULAR_EXPRESSION "warn:heap" TIMEOUT 120)

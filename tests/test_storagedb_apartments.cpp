@@ -1,0 +1,222 @@
+// XSessionDataStorageDb created from the registered module, over a storage root that lives in a
+// single-threaded apartment of its own: every root call runs on the root's thread, synchronous
+// calls through the proxy of the caller, piped calls through the worker's own proxy.
+#include "moduletest.h"
+#include "recordingroot.h"
+#include "storagetesthelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+
+namespace
+{
+const DWORD kGenerous = 30000;
+
+// A message-pumping single-threaded apartment that hosts a recording root (without the
+// free-threaded marshaler: other apartments reach it through proxies) and runs work on request.
+class RootApartment
+{
+public:
+    RootApartment()
+    {
+        m_ready = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        m_thread = std::thread([this] { Main(); });
+        ::WaitForSingleObject(m_ready, kGenerous);
+    }
+    ~RootApartment()
+    {
+        ::PostThreadMessageW(m_threadId, WM_QUIT, 0, 0);
+        m_thread.join();
+        ::CloseHandle(m_ready);
+    }
+    RootApartment(const RootApartment&) = delete;
+    RootApartment& operator=(const RootApartment&) = delete;
+
+    HRESULT Setup() const { return m_setup; }
+    DWORD ThreadId() const { return m_threadId; }
+    RecordingRoot& Root() const { return *m_root; }
+
+    // A pointer to the root for the calling thread (a proxy outside the apartment).
+    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const
+    {
+        XComPtr<IGlobalInterfaceTable> git;
+        XComPtr<IWQ_SessionDataIOEx> root;
+        if (SUCCEEDED(::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
+                                         IID_IGlobalInterfaceTable,
+                                         reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()))))
+            git->GetInterfaceFromGlobal(m_cookie, IID_IWQ_SessionDataIOEx,
+                                        reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()));
+        return root;
+    }
+
+    // Runs work on the apartment's thread and waits for it.
+    void Run(std::function<void()> work)
+    {
+        HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        auto* job = new Job{std::move(work), done};
+        ::PostThreadMessageW(m_threadId, kRunMessage, 0, reinterpret_cast<LPARAM>(job));
+        ::WaitForSingleObject(done, kGenerous * 2);
+        ::CloseHandle(done);
+    }
+
+private:
+    struct Job
+    {
+        std::function<void()> work;
+        HANDLE done;
+    };
+    static const UINT kRunMessage = WM_APP + 17;
+
+    void Main()
+    {
+        ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        MSG msg;
+        ::PeekMessageW(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE);  // the thread's queue
+        m_threadId = ::GetCurrentThreadId();
+        m_root = RecordingRoot::Create(false);
+        XComPtr<IGlobalInterfaceTable> git;
+        m_setup = ::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
+                                     IID_IGlobalInterfaceTable, reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()));
+        if (SUCCEEDED(m_setup))
+            m_setup = git->RegisterInterfaceInGlobal(m_root->Root(), IID_IWQ_SessionDataIOEx, &m_cookie);
+        ::SetEvent(m_ready);
+        while (::GetMessageW(&msg, nullptr, 0, 0) > 0)
+        {
+            if (msg.hwnd == nullptr && msg.message == kRunMessage)
+            {
+                auto* job = reinterpret_cast<Job*>(msg.lParam);
+                job->work();
+                ::SetEvent(job->done);
+                delete job;
+                continue;
+            }
+            ::DispatchMessageW(&msg);
+        }
+        if (m_cookie)
+            git->RevokeInterfaceFromGlobal(m_cookie);
+        git.Reset();
+        m_root->Release();
+        ::CoUninitialize();
+    }
+
+    HANDLE m_ready;
+    HRESULT m_setup = E_FAIL;
+    DWORD m_threadId = 0;
+    DWORD m_cookie = 0;
+    RecordingRoot* m_root = nullptr;
+    std::thread m_thread;
+};
+
+XComPtr<IWQ_SessionDataStorageDb> NewModuleStorage(HRESULT& hr)
+{
+    XComPtr<IWQ_SessionDataStorageDb> storage;
+    hr = ::CoCreateInstance(CLSID_WQ_SessionDataStorageDb, nullptr, CLSCTX_INPROC_SERVER, IID_IWQ_SessionDataStorageDb,
+                            reinterpret_cast<void**>(storage.ReleaseAndGetAddressOf()));
+    return storage;
+}
+
+class StorageDbApartmentTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(S_OK, apartment.Setup());
+        HRESULT hr = E_FAIL;
+        storage = NewModuleStorage(hr);
+        ASSERT_EQ(S_OK, hr);
+        proxy = apartment.RootForThisThread();
+        ASSERT_TRUE(proxy);
+        ASSERT_NE(static_cast<IWQ_SessionDataIOEx*>(apartment.Root().Root()), proxy.Get());
+    }
+    void TearDown() override
+    {
+        storage.Reset();
+        proxy.Reset();
+    }
+    IWQ_SessionDataStorage* Base() { return storage.Get(); }
+    bool AllOnTheRootsThread() const
+    {
+        for (DWORD thread : apartment.Root().CallThreads())
+            if (thread != apartment.ThreadId())
+                return false;
+        return true;
+    }
+
+    RootApartment apartment;
+    XComPtr<IWQ_SessionDataStorageDb> storage;
+    XComPtr<IWQ_SessionDataIOEx> proxy;
+};
+} // namespace
+
+TEST_F(StorageDbApartmentTest, SynchronousCallsReachTheRootThroughItsProxy)
+{
+    ASSERT_EQ(S_OK, storage->SetRoot(proxy.Get()));
+    ASSERT_EQ(S_OK, storage->SetRootKey(XWQComBSTR(L"app")));
+    apartment.Root().SetList(L"app/k", {{L"a", L"1"}});
+    apartment.Root().SetSubKeys(L"app/k", {L"app/k/x"});
+    apartment.Root().SetAllData({{L"app/k", {{L"a", L"1"}}}});
+    EXPECT_EQ(S_OK, StorePairs(Base(), L"k", {{L"n", L"v"}}));
+    const PairsResult read = ReadPairs(Base(), L"k");
+    EXPECT_EQ(S_OK, read.hr);
+    EXPECT_EQ((Pairs{{L"a", L"1"}}), read.pairs);
+    const NamesResult names = ReadSubKeys(Base(), L"k", 0);
+    EXPECT_EQ(S_OK, names.hr);
+    EXPECT_EQ(std::vector<std::wstring>{L"k/x"}, names.names);
+    const KeyRecordsResult all = ReadAll(Base(), L"k");
+    EXPECT_EQ(S_OK, all.hr);
+    ASSERT_EQ(1u, all.records.size());
+    EXPECT_EQ(L"k", all.records[0].key);
+    EXPECT_EQ((std::vector<std::string>{"WriteStringList(app/k|1|n=v)", "GetStringList(app/k)", "GetSubKeys(app/k|0)",
+                                        "GetAllData(app/k)"}),
+              apartment.Root().Calls());
+    EXPECT_TRUE(AllOnTheRootsThread());
+}
+
+TEST_F(StorageDbApartmentTest, PipedWritesReachTheRootOfAnotherApartment)
+{
+    ASSERT_EQ(S_OK, storage->SetRoot(proxy.Get()));
+    ASSERT_EQ(S_OK, storage->SetRootKey(XWQComBSTR(L"app")));
+    ASSERT_EQ(S_OK, storage->SetAsyncWriteMode(120));
+    EXPECT_EQ(S_OK, StorePairs(Base(), L"k", {{L"n", L"v"}}));
+    EXPECT_EQ(S_OK, storage->DeleteKey(XWQComBSTR(L"old")));
+    EXPECT_EQ(S_OK, storage->FlushAsyncStorage());
+    EXPECT_EQ((std::vector<std::string>{"WriteStringList(app/k|1|n=v)", "DeleteKey(app/old)"}),
+              apartment.Root().Calls());
+    EXPECT_TRUE(AllOnTheRootsThread());
+}
+
+TEST_F(StorageDbApartmentTest, ReleasingTheStorageRunsPendingWritesOnTheRootOfAnotherApartment)
+{
+    ASSERT_EQ(S_OK, storage->SetRoot(proxy.Get()));
+    ASSERT_EQ(S_OK, storage->SetRootKey(XWQComBSTR(L"app")));
+    ASSERT_EQ(S_OK, storage->SetAsyncWriteMode(120));
+    EXPECT_EQ(S_OK, StorePairs(Base(), L"k", {{L"n", L"v"}}));
+    storage.Reset();
+    EXPECT_EQ(std::vector<std::string>{"WriteStringList(app/k|1|n=v)"}, apartment.Root().Calls());
+}
+
+TEST_F(StorageDbApartmentTest, AStorageInTheRootsOwnApartmentFlushesWithoutBlockingIt)
+{
+    // A client of the root's apartment: its flush waits for the worker, whose calls come back
+    // into this apartment.
+    std::vector<HRESULT> results;
+    apartment.Run([&] {
+        HRESULT hr = E_FAIL;
+        XComPtr<IWQ_SessionDataStorageDb> local = NewModuleStorage(hr);
+        results.push_back(hr);
+        if (!local)
+            return;
+        results.push_back(local->SetRoot(apartment.Root().Root()));
+        results.push_back(local->SetRootKey(XWQComBSTR(L"sta")));
+        results.push_back(local->SetAsyncWriteMode(120));
+        results.push_back(StorePairs(local.Get(), L"k", {{L"n", L"v"}}));
+        results.push_back(local->FlushAsyncStorage());
+        results.push_back(ReadSubKeys(local.Get(), L"k", 0).hr);
+    });
+    EXPECT_EQ((std::vector<HRESULT>{S_OK, S_OK, S_OK, S_OK, S_OK, S_OK, S_FALSE}), results);
+    EXPECT_EQ((std::vector<std::string>{"WriteStringList(sta/k|1|n=v)", "GetSubKeys(sta/k|0)"}),
+              apartment.Root().Calls());
+    EXPECT_TRUE(AllOnTheRootsThread());
+}
