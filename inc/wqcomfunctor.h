@@ -57,6 +57,7 @@ public:
     ~XHeldBstr() { ::SysFreeString(m_text); }
 
     BSTR Get() const noexcept { return m_text; }
+    BSTR Detach() noexcept { return std::exchange(m_text, nullptr); }
 
 private:
     static BSTR Copy(BSTR text)
@@ -72,34 +73,25 @@ private:
     BSTR m_text;
 };
 
-// A value-record array owned by a functor: every name and value copied.
+// A value-record array owned by a functor: every name and value copied. The records hold the
+// copies themselves (one block for the records, one string per name and value), so capturing a
+// short list costs few allocations.
 class XHeldValueArray
 {
 public:
     XHeldValueArray(const tagSESSIONDATAVALUE* records, ULONG count) : m_null(records == nullptr)
     {
-        if (!records)
-            return;
-        m_names.reserve(count);
-        m_values.reserve(count);
-        for (ULONG i = 0; i < count; ++i)
-        {
-            m_names.emplace_back(records[i].bstrValueName);
-            m_values.emplace_back(records[i].bstrValue);
-        }
-        Rebuild();
+        if (records)
+            CopyFrom(records, count);
     }
-    XHeldValueArray(const XHeldValueArray& other) : m_null(other.m_null), m_names(other.m_names), m_values(other.m_values)
+    XHeldValueArray(const XHeldValueArray& other) : m_null(other.m_null)
     {
-        Rebuild();
+        CopyFrom(other.m_records.data(), static_cast<ULONG>(other.m_records.size()));
     }
-    XHeldValueArray(XHeldValueArray&& other) noexcept
-        : m_null(other.m_null), m_names(std::move(other.m_names)), m_values(std::move(other.m_values)),
-          m_records(std::move(other.m_records))
-    {
-    }
+    XHeldValueArray(XHeldValueArray&& other) noexcept : m_null(other.m_null), m_records(std::move(other.m_records)) {}
     XHeldValueArray& operator=(const XHeldValueArray&) = delete;
     XHeldValueArray& operator=(XHeldValueArray&&) = delete;
+    ~XHeldValueArray() { FreeStrings(); }
 
     // The records to pass; null when the captured array was null.
     tagSESSIONDATAVALUE* Get() noexcept
@@ -110,16 +102,37 @@ public:
     }
 
 private:
-    void Rebuild()
+    void CopyFrom(const tagSESSIONDATAVALUE* records, ULONG count)
     {
-        m_records.resize(m_names.size());
-        for (size_t i = 0; i < m_names.size(); ++i)
-            m_records[i] = tagSESSIONDATAVALUE{m_names[i].Get(), m_values[i].Get()};
+        m_records.reserve(count);
+        try
+        {
+            for (ULONG i = 0; i < count; ++i)
+            {
+                // Each record is in the vector before its strings are made, so a failing copy
+                // leaves nothing that the cleanup below does not free.
+                m_records.push_back(tagSESSIONDATAVALUE{nullptr, nullptr});
+                m_records.back().bstrValueName = XHeldBstr(records[i].bstrValueName).Detach();
+                m_records.back().bstrValue = XHeldBstr(records[i].bstrValue).Detach();
+            }
+        }
+        catch (...)
+        {
+            FreeStrings();
+            throw;
+        }
+    }
+    void FreeStrings() noexcept
+    {
+        for (tagSESSIONDATAVALUE& record : m_records)
+        {
+            ::SysFreeString(record.bstrValueName);
+            ::SysFreeString(record.bstrValue);
+        }
+        m_records.clear();
     }
 
     bool m_null;
-    std::vector<XHeldBstr> m_names;
-    std::vector<XHeldBstr> m_values;
     std::vector<tagSESSIONDATAVALUE> m_records;
     tagSESSIONDATAVALUE m_empty{nullptr, nullptr};
 };

@@ -5,6 +5,7 @@
 #include "xsdmerror.h"
 #include "xsessiondatavalues.h"
 
+#include <cwchar>
 #include <new>
 #include <utility>
 
@@ -91,6 +92,9 @@ HRESULT XSessionDataStorageDb::Run(unsigned long line, const XWQComBSTR& functio
 
 IWQ_SessionDataIOEx* XSessionDataStorageDb::CheckedRoot(unsigned long line, const XWQComBSTR& function) const
 {
+    // The location and message are made only for a report: a bound storage pays nothing.
+    if (IWQ_SessionDataIOEx* root = m_storageRoot.Get())
+        return root;
     XWQError::CheckPtr_ThrowExcep(Where(line, function), m_storageRoot.Get(),
                                   XWQComBSTR(L"DB storage root instance not set"));
     return m_storageRoot.Get();
@@ -100,7 +104,15 @@ BSTR XSessionDataStorageDb::RootSideKey(BSTR key, XWQComBSTR& full) const
 {
     if (m_rootKey.IsEmpty())
         return key;
-    full = m_rootKey + XWQComBSTR(key);
+    // One allocation for the joined key: writes pay for it on every call.
+    const std::wstring_view tail = XTextOf(key);
+    const UINT rootLength = m_rootKey.Length();
+    BSTR joined = ::SysAllocStringLen(nullptr, rootLength + static_cast<UINT>(tail.size()));
+    if (!joined)
+        throw std::bad_alloc();
+    std::wmemcpy(joined, m_rootKey.c_str(), rootLength);
+    std::wmemcpy(joined + rootLength, tail.data(), tail.size());
+    full.Attach(joined);
     return full;
 }
 

@@ -59,9 +59,9 @@ public:
 // ---------------------------------------------------------------------------------------------
 // The pipe.
 
-void XStorageDelegatorTask::XStorageRootCallContainer::Append(std::unique_ptr<Operation> functor, BSTR key)
+void XStorageDelegatorTask::XStorageRootCallContainer::Append(PendingCall call)
 {
-    m_calls.push_back(PendingCall{std::move(functor), WQComFunctor::XHeldBstr(key)});
+    m_calls.push_back(std::move(call));
 }
 
 void XStorageDelegatorTask::XStorageRootCallContainer::BindRoot(XComPtr<IWQ_SessionDataIOEx> root)
@@ -140,24 +140,26 @@ void XStorageDelegatorTask::Pipe(XAsyncStorageDelegator& owner, std::unique_ptr<
     if (!functor)  // the location is made only for the report: piping is on the caller's hot path
         XWQError::CheckPtr_ThrowExcep(Where(__LINE__, PipeName()), nullptr, XWQComBSTR());
 
-    // Once the pipe exists, piping takes its lock once and nothing else.
+    // The key is copied before the pipe's lock is taken; once the pipe exists, piping takes its
+    // lock once and nothing else.
+    PendingCall call{std::move(functor), WQComFunctor::XHeldBstr(key)};
     {
         XCritProxyPtr<XStorageRootCallContainer> pipe(m_container);
         if (pipe)
         {
-            AppendLocked(*pipe.Get(), std::move(functor), key, flags);
+            AppendLocked(*pipe.Get(), std::move(call), flags);
             return;
         }
     }
     XStorageRootCallContainer& container = GetSessionDataIOCallContainer(owner);
     XCritProxyPtr<XStorageRootCallContainer> pipe(m_container);
-    AppendLocked(container, std::move(functor), key, flags);
+    AppendLocked(container, std::move(call), flags);
 }
 
-void XStorageDelegatorTask::AppendLocked(XStorageRootCallContainer& container, std::unique_ptr<Operation> functor,
-                                         BSTR key, unsigned long flags)
+void XStorageDelegatorTask::AppendLocked(XStorageRootCallContainer& container, PendingCall call,
+                                         unsigned long flags)
 {
-    container.Append(std::move(functor), key);
+    container.Append(std::move(call));
     // Marked under the pipe's lock, so a pass that moves the calls out also clears exactly their
     // flags. A call piped without flag bits still counts as pending.
     ::InterlockedOr(&m_pendingFlags, static_cast<LONG>(flags ? flags : 1));

@@ -44,7 +44,7 @@ public:
 
         explicit XStorageRootCallContainer(XStorageRootConnHandler& handler) noexcept : m_handler(handler) {}
 
-        void Append(std::unique_ptr<Operation> functor, BSTR key);
+        void Append(PendingCall call);
         std::vector<PendingCall> TakeCalls() noexcept { return std::move(m_calls); }
         bool Empty() const noexcept { return m_calls.empty(); }
 
@@ -62,6 +62,7 @@ public:
         XComPtr<IWQ_SessionDataIOEx> m_root;
         std::unique_ptr<Policy> m_policy;
     };
+    using PendingCall = XStorageRootCallContainer::PendingCall;
 
     // interval: seconds, stored as given (0 waits without timeout).
     explicit XStorageDelegatorTask(long interval);
@@ -92,8 +93,7 @@ private:
     // call not set" otherwise). It stays until the task is destroyed.
     XStorageRootCallContainer& GetSessionDataIOCallContainer(XAsyncStorageDelegator& owner);
     // Appends a call and marks it pending; the caller holds the pipe's lock.
-    void AppendLocked(XStorageRootCallContainer& container, std::unique_ptr<Operation> functor, BSTR key,
-                      unsigned long flags);
+    void AppendLocked(XStorageRootCallContainer& container, PendingCall call, unsigned long flags);
     void ProceedStorageCallPipe(XAsyncStorageDelegator& owner, XWQExcepRefLogger& logger);
     // The worker's root for this pass: bound anew after OnStorageRootSet or when none is bound.
     void RefreshRoot(XAsyncStorageDelegator& owner, XStorageRootCallContainer& container);
