@@ -4,7 +4,9 @@
 //   - the worker's drain rate: calls run per second by one flush, to a free-threaded root in
 //     the multithreaded apartment (called directly) and to a root in a message-pumping
 //     single-threaded apartment (called through the proxy);
-//   - FlushAsyncStorage with nothing pending.
+//   - FlushAsyncStorage with nothing pending;
+//   - the latency of one write: from StoreData returning (a flush follows at once) to the call
+//     reaching the root.
 // Timing: QueryPerformanceCounter, a warm-up round, the median of several rounds.
 #include "asyncstorage_bench.h"
 
@@ -40,9 +42,11 @@ public:
         return XQueryInterfaces<IWQ_SessionDataIOEx, IWQ_SessionDataIO>(this, iid, ppv);
     }
     std::atomic<long> calls{0};
+    std::atomic<double> lastWriteNs{0};  // when the last write arrived
 
     STDMETHODIMP WriteStringList(BSTR, ULONG, tagSESSIONDATAVALUE*) override
     {
+        lastWriteNs = NowNs();
         ++calls;
         return S_OK;
     }
@@ -80,6 +84,7 @@ public:
         return root;
     }
     long Calls() const { return m_root ? m_root->calls.load() : 0; }
+    double LastWriteNs() const { return m_root ? m_root->lastWriteNs.load() : 0; }
 
 private:
     void Main()
@@ -203,6 +208,23 @@ double DrainPerSecond(IWQ_SessionDataStorageDb* storage, size_t perRound, int ro
     return Median(rates);
 }
 
+// Median ns from StoreData returning to the write reaching the root (arrival: the root's
+// time of the last write), with a flush right after StoreData.
+double StoreToRootNs(IWQ_SessionDataStorageDb* storage, const std::function<double()>& arrival, size_t& failures)
+{
+    OneValue one;
+    std::vector<double> samples;
+    for (int i = -5; i < 201; ++i)
+    {
+        failures += one.Store(storage) != S_OK;
+        const double returned = NowNs();
+        failures += storage->FlushAsyncStorage() != S_OK;
+        if (i >= 0)
+            samples.push_back(arrival() - returned);
+    }
+    return Median(samples);
+}
+
 // Median ns per flush with nothing pending.
 template <class Flush>
 double IdleFlushNs(Flush flush, size_t& failures)
@@ -238,6 +260,8 @@ void RunAsyncStorageBenchmarks()
                     DrainPerSecond(storage.Get(), 100000, 5, [&] { return mtaRoot->calls.load(); }, failures));
         std::printf("  FlushAsyncStorage, nothing pending:    %10.1f ns per call\n",
                     IdleFlushNs([&] { return storage->FlushAsyncStorage() == S_OK; }, failures));
+        std::printf("  StoreData returned -> root (MTA):      %10.1f us (flush right after)\n",
+                    StoreToRootNs(storage.Get(), [&] { return mtaRoot->lastWriteNs.load(); }, failures) / 1000);
     }
     {
         XAsyncStorageDelegator delegator;
@@ -256,6 +280,8 @@ void RunAsyncStorageBenchmarks()
         XComPtr<IWQ_SessionDataStorageDb> storage = AsyncStorage(proxy.Get());
         std::printf("  drain to a root in an STA (proxy):     %10.0f calls/s (5,000 per flush)\n",
                     DrainPerSecond(storage.Get(), 5000, 5, [&] { return sta.Calls(); }, failures));
+        std::printf("  StoreData returned -> root (STA):      %10.1f us (flush right after)\n",
+                    StoreToRootNs(storage.Get(), [&] { return sta.LastWriteNs(); }, failures) / 1000);
     }
     if (failures)
         std::printf("warning: %zu calls failed\n", failures);
