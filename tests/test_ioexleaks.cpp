@@ -10,14 +10,6 @@
 
 namespace
 {
-template <class T, class I>
-XComPtr<I> New()
-{
-    XComPtr<I> object;
-    XComObject<T>::Create(__uuidof(I), reinterpret_cast<void**>(object.ReleaseAndGetAddressOf()));
-    return object;
-}
-
 void ObjectCycle(IWQ_SessionDataIOEx* io, IUnknown* object)
 {
     const XWQComBSTR key(L"Win\\Main");
@@ -54,7 +46,7 @@ TEST(ExtendedLeaks, ObjectAndDeleteCyclesLeaveNothing)
 {
     StorageRef storage(RecordingStorage::Pose::Extended);
     ScriptStorage(storage.operator->());
-    XComPtr<IWQ_SessionDataIOEx> io = New<XSessionDataIOEx, IWQ_SessionDataIOEx>();
+    XComPtr<IWQ_SessionDataIOEx> io = NewObject<XSessionDataIOEx, IWQ_SessionDataIOEx>();
     io->SetStorage(storage.Get());
     StorageRef object;
     ObjectCycle(io.Get(), object.Get());  // once-per-process names are made here
@@ -69,9 +61,9 @@ TEST(ExtendedLeaks, ForwardedCyclesThroughTheDatabaseLayerLeaveNothing)
 {
     StorageRef storage(RecordingStorage::Pose::Extended);
     ScriptStorage(storage.operator->());
-    XComPtr<IWQ_SessionDataIOEx> root = New<XSessionDataIOEx, IWQ_SessionDataIOEx>();
+    XComPtr<IWQ_SessionDataIOEx> root = NewObject<XSessionDataIOEx, IWQ_SessionDataIOEx>();
     root->SetStorage(storage.Get());
-    XComPtr<IWQ_SessionDataIOExDB> io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     io->SetRoot(root.Get());
     StorageRef object;
     ObjectCycle(io.Get(), object.Get());
@@ -84,8 +76,8 @@ TEST(ExtendedLeaks, ForwardedCyclesThroughTheDatabaseLayerLeaveNothing)
 
 TEST(ExtendedLeaks, UnboundAndUnconnectedFailuresLeaveNothing)
 {
-    XComPtr<IWQ_SessionDataIOEx> unbound = New<XSessionDataIOEx, IWQ_SessionDataIOEx>();
-    XComPtr<IWQ_SessionDataIOExDB> unconnected = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOEx> unbound = NewObject<XSessionDataIOEx, IWQ_SessionDataIOEx>();
+    XComPtr<IWQ_SessionDataIOExDB> unconnected = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     ObjectCycle(unbound.Get(), nullptr);
     ObjectCycle(unconnected.Get(), nullptr);
     ScopedMallocSpy spy;
@@ -105,7 +97,7 @@ TEST(ExtendedLeaks, GetObjectDataWithTwoMatchesLeavesTheLaterValueUnfreed)
     // overwrites it with the front one, without freeing it.
     StorageRef storage(RecordingStorage::Pose::Extended);
     storage->SetObjectRecords(L"k", {{L"n", L"front"}, {L"n", L"back"}});
-    XComPtr<IWQ_SessionDataIOEx> io = New<XSessionDataIOEx, IWQ_SessionDataIOEx>();
+    XComPtr<IWQ_SessionDataIOEx> io = NewObject<XSessionDataIOEx, IWQ_SessionDataIOEx>();
     io->SetStorage(storage.Get());
     BSTR value = nullptr;
     io->GetObjectData(nullptr, XWQComBSTR(L"k"), XWQComBSTR(L"n"), &value);

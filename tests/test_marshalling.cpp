@@ -3,6 +3,7 @@
 // multithreaded apartment through proxies.
 #include "mallocspy.h"
 #include "moduletest.h"
+#include "staapartment.h"
 #include "xcomtypes.h"
 
 #include <gtest/gtest.h>
@@ -130,15 +131,7 @@ private:
         if (SUCCEEDED(setup))
             setup = git->RegisterInterfaceInGlobal(fixed.Get(), IID_IWQ_SessionDataStorage, &storageCookie);
         ::SetEvent(m_ready);
-        for (;;)
-        {
-            const DWORD wait = ::MsgWaitForMultipleObjects(1, &m_stop, FALSE, INFINITE, QS_ALLINPUT);
-            if (wait == WAIT_OBJECT_0)
-                break;
-            MSG msg;
-            while (::PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-                ::DispatchMessageW(&msg);
-        }
+        PumpMessagesUntil(m_stop);
         if (git)
         {
             git->RevokeInterfaceFromGlobal(managerCookie);
@@ -158,10 +151,9 @@ private:
 template <class I>
 XComPtr<I> FromGit(DWORD cookie)
 {
-    XComPtr<IGlobalInterfaceTable> git;
+    XComPtr<IGlobalInterfaceTable> git = GlobalInterfaceTable();
     XComPtr<I> out;
-    EXPECT_EQ(S_OK, ::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
-                                       IID_IGlobalInterfaceTable, reinterpret_cast<void**>(git.ReleaseAndGetAddressOf())));
+    EXPECT_TRUE(git);
     EXPECT_EQ(S_OK, git->GetInterfaceFromGlobal(cookie, __uuidof(I), reinterpret_cast<void**>(out.ReleaseAndGetAddressOf())));
     return out;
 }

@@ -17,17 +17,6 @@ const SESSIONDATATYPE kUserDb = static_cast<SESSIONDATATYPE>(2);
 // A long interval: only a flush makes the worker run during a test.
 const LONG kIntervalSeconds = 120;
 
-template <class I>
-XComPtr<I> CreateByProgId(const wchar_t* progId)
-{
-    CLSID clsid;
-    XComPtr<I> object;
-    if (SUCCEEDED(::CLSIDFromProgID(progId, &clsid)))
-        ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, __uuidof(I),
-                           reinterpret_cast<void**>(object.ReleaseAndGetAddressOf()));
-    return object;
-}
-
 struct DatabaseCategory
 {
     explicit DatabaseCategory(const RootApartment& apartment)

@@ -14,17 +14,6 @@ namespace
 {
 const SESSIONDATATYPE kCategory = static_cast<SESSIONDATATYPE>(2);
 
-template <class I>
-XComPtr<I> CreateByProgId(const wchar_t* progId)
-{
-    CLSID clsid;
-    XComPtr<I> object;
-    if (SUCCEEDED(::CLSIDFromProgID(progId, &clsid)))
-        ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, __uuidof(I),
-                           reinterpret_cast<void**>(object.ReleaseAndGetAddressOf()));
-    return object;
-}
-
 // The manager with the category bound to a database layer over the root's proxy.
 struct DeployedChain
 {

@@ -12,22 +12,14 @@
 
 namespace
 {
-template <class T, class I>
-XComPtr<I> New()
-{
-    XComPtr<I> object;
-    XComObject<T>::Create(__uuidof(I), reinterpret_cast<void**>(object.ReleaseAndGetAddressOf()));
-    return object;
-}
-
 // The database layer over a root that is an extended layer over storage.
 struct Chain
 {
     explicit Chain(RecordingStorage::Pose pose = RecordingStorage::Pose::Extended) : storage(pose)
     {
-        root = New<XSessionDataIOEx, IWQ_SessionDataIOEx>();
+        root = NewObject<XSessionDataIOEx, IWQ_SessionDataIOEx>();
         root->SetStorage(storage.Get());
-        io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+        io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
         io->SetRoot(root.Get());
         storage->ClearCalls();
     }
@@ -92,7 +84,7 @@ std::vector<Forwarded> ForwardedOperations()
 
 TEST(DatabaseLayer, GetDataWithoutRootReportsTheConnectionError)
 {
-    XComPtr<IWQ_SessionDataIOExDB> io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     BSTR value = nullptr;
     EXPECT_EQ(E_POINTER, io->GetData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), &value));
     EXPECT_EQ(nullptr, value);
@@ -104,7 +96,7 @@ TEST(DatabaseLayer, GetDataWithoutRootReportsTheConnectionError)
 
 TEST(DatabaseLayer, EveryForwardedOperationWithoutRootFailsAtItsOwnLocation)
 {
-    XComPtr<IWQ_SessionDataIOExDB> io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     for (const Forwarded& op : ForwardedOperations())
     {
         SCOPED_TRACE(op.name);
@@ -119,7 +111,7 @@ TEST(DatabaseLayer, EveryForwardedOperationWithoutRootFailsAtItsOwnLocation)
 
 TEST(DatabaseLayer, SaveDataWithoutRootIsOk)
 {
-    XComPtr<IWQ_SessionDataIOExDB> io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     EXPECT_EQ(S_OK, io->SaveData(XWQComBSTR(L"k"), XWQComBSTR(L"n")));
 }
 
@@ -133,7 +125,7 @@ TEST(DatabaseLayer, SaveDataIsNotForwarded)
 TEST(DatabaseLayer, SetStorageIsNotImplemented)
 {
     StorageRef storage(RecordingStorage::Pose::Extended);
-    XComPtr<IWQ_SessionDataIOExDB> io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     EXPECT_EQ(E_NOTIMPL, io->SetStorage(storage.Get()));
     EXPECT_EQ(E_NOTIMPL, io->SetStorage(nullptr));
 }
@@ -152,7 +144,7 @@ TEST(DatabaseLayer, SetRootNullDisconnects)
 TEST(DatabaseLayer, SetRootReplacesTheRootAndCountsReferences)
 {
     Chain first, second;
-    XComPtr<IWQ_SessionDataIOExDB> io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     first.root->AddRef();
     const ULONG firstRefs = first.root->Release();
     EXPECT_EQ(S_OK, io->SetRoot(first.root.Get()));
@@ -179,7 +171,7 @@ TEST(DatabaseLayer, IsUserProfileIOReportsItsOwnFlagNotTheRoots)
     EXPECT_EQ(S_OK, chain.io->IsUserProfileIO(&flag));
     EXPECT_EQ(1, flag);
 
-    XComPtr<IWQ_SessionDataIOExDB> unconnected = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> unconnected = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     EXPECT_EQ(S_OK, unconnected->SetUserProfileIO());
     EXPECT_EQ(S_OK, unconnected->IsUserProfileIO(&flag));
     EXPECT_EQ(1, flag);
@@ -281,7 +273,7 @@ TEST(DatabaseLayer, RootErrorsComeBackUnchangedAndTheRootStays)
 
 TEST(DatabaseLayer, AnswersItsInterfacesAndErrorInfoSupport)
 {
-    XComPtr<IWQ_SessionDataIOExDB> io = New<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
+    XComPtr<IWQ_SessionDataIOExDB> io = NewObject<XSessionDataIOExDB, IWQ_SessionDataIOExDB>();
     XComPtr<IWQ_SessionDataIOEx> extended;
     EXPECT_EQ(S_OK, io->QueryInterface(IID_IWQ_SessionDataIOEx, reinterpret_cast<void**>(extended.ReleaseAndGetAddressOf())));
     XComPtr<IWQ_SessionDataIO> plain;

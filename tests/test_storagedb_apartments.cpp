@@ -3,16 +3,15 @@
 // calls through the proxy of the caller, piped calls through the worker's own proxy.
 #include "moduletest.h"
 #include "recordingroot.h"
+#include "staapartment.h"
 #include "storagetesthelpers.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <thread>
 
 namespace
 {
-const DWORD kGenerous = 30000;
 
 // A message-pumping single-threaded apartment that hosts a recording root (without the
 // free-threaded marshaler: other apartments reach it through proxies) and runs work on request.
@@ -20,93 +19,30 @@ class RootApartment
 {
 public:
     RootApartment()
+        : m_apartment(
+              [this](XComPtr<IUnknown>& object) {
+                  m_root = RecordingRoot::Create(false);
+                  object = XComPtr<IUnknown>(m_root->Root());
+                  m_root->Release();  // the apartment's reference keeps it
+                  return S_OK;
+              },
+              IID_IWQ_SessionDataIOEx)
     {
-        m_ready = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        m_thread = std::thread([this] { Main(); });
-        ::WaitForSingleObject(m_ready, kGenerous);
-    }
-    ~RootApartment()
-    {
-        ::PostThreadMessageW(m_threadId, WM_QUIT, 0, 0);
-        m_thread.join();
-        ::CloseHandle(m_ready);
     }
     RootApartment(const RootApartment&) = delete;
     RootApartment& operator=(const RootApartment&) = delete;
 
-    HRESULT Setup() const { return m_setup; }
-    DWORD ThreadId() const { return m_threadId; }
+    HRESULT Setup() const { return m_apartment.Setup(); }
+    DWORD ThreadId() const { return m_apartment.ThreadId(); }
     RecordingRoot& Root() const { return *m_root; }
-
     // A pointer to the root for the calling thread (a proxy outside the apartment).
-    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const
-    {
-        XComPtr<IGlobalInterfaceTable> git;
-        XComPtr<IWQ_SessionDataIOEx> root;
-        if (SUCCEEDED(::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IGlobalInterfaceTable,
-                                         reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()))))
-            git->GetInterfaceFromGlobal(m_cookie, IID_IWQ_SessionDataIOEx,
-                                        reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()));
-        return root;
-    }
-
+    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const { return m_apartment.ForThisThread<IWQ_SessionDataIOEx>(); }
     // Runs work on the apartment's thread and waits for it.
-    void Run(std::function<void()> work)
-    {
-        HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        auto* job = new Job{std::move(work), done};
-        ::PostThreadMessageW(m_threadId, kRunMessage, 0, reinterpret_cast<LPARAM>(job));
-        ::WaitForSingleObject(done, kGenerous * 2);
-        ::CloseHandle(done);
-    }
+    void Run(const std::function<void()>& work) { m_apartment.Run(work); }
 
 private:
-    struct Job
-    {
-        std::function<void()> work;
-        HANDLE done;
-    };
-    static const UINT kRunMessage = WM_APP + 17;
-
-    void Main()
-    {
-        ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        MSG msg;
-        ::PeekMessageW(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE);  // the thread's queue
-        m_threadId = ::GetCurrentThreadId();
-        m_root = RecordingRoot::Create(false);
-        XComPtr<IGlobalInterfaceTable> git;
-        m_setup = ::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
-                                     IID_IGlobalInterfaceTable, reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()));
-        if (SUCCEEDED(m_setup))
-            m_setup = git->RegisterInterfaceInGlobal(m_root->Root(), IID_IWQ_SessionDataIOEx, &m_cookie);
-        ::SetEvent(m_ready);
-        while (::GetMessageW(&msg, nullptr, 0, 0) > 0)
-        {
-            if (msg.hwnd == nullptr && msg.message == kRunMessage)
-            {
-                auto* job = reinterpret_cast<Job*>(msg.lParam);
-                job->work();
-                ::SetEvent(job->done);
-                delete job;
-                continue;
-            }
-            ::DispatchMessageW(&msg);
-        }
-        if (m_cookie)
-            git->RevokeInterfaceFromGlobal(m_cookie);
-        git.Reset();
-        m_root->Release();
-        ::CoUninitialize();
-    }
-
-    HANDLE m_ready;
-    HRESULT m_setup = E_FAIL;
-    DWORD m_threadId = 0;
-    DWORD m_cookie = 0;
     RecordingRoot* m_root = nullptr;
-    std::thread m_thread;
+    StaApartment m_apartment;
 };
 
 XComPtr<IWQ_SessionDataStorageDb> NewModuleStorage(HRESULT& hr)

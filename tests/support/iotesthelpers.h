@@ -30,6 +30,15 @@ private:
     RecordingStorage* m_storage;
 };
 
+// A new object of class T, as its interface I.
+template <class T, class I>
+XComPtr<I> NewObject()
+{
+    XComPtr<I> object;
+    XComObject<T>::Create(__uuidof(I), reinterpret_cast<void**>(object.ReleaseAndGetAddressOf()));
+    return object;
+}
+
 // A new IO layer of class T, bound to storage when one is given.
 template <class T>
 XComPtr<IWQ_SessionDataIO> NewIO(IWQ_SessionDataStorage* storage = nullptr)

@@ -14,3 +14,16 @@ DWORD RunRegsvr32(bool unregister);
 std::wstring ClassesValue(const std::wstring& key, const wchar_t* name = nullptr);
 bool ClassesKeyExists(const std::wstring& key);
 std::wstring GuidText(const GUID& guid);
+
+// An object of a registered class, created by ProgID in-process, as its interface I; null when
+// that fails.
+template <class I>
+XComPtr<I> CreateByProgId(const wchar_t* progId)
+{
+    CLSID clsid;
+    XComPtr<I> object;
+    if (SUCCEEDED(::CLSIDFromProgID(progId, &clsid)))
+        ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, __uuidof(I),
+                           reinterpret_cast<void**>(object.ReleaseAndGetAddressOf()));
+    return object;
+}

@@ -5,8 +5,9 @@
 #pragma once
 
 #include "iotesthelpers.h"
+#include "staapartment.h"
 
-#include <thread>
+#include <memory>
 
 class RootApartment
 {
@@ -17,22 +18,16 @@ public:
     RootApartment& operator=(const RootApartment&) = delete;
 
     // S_OK when the apartment, the root, its storage binding and its registration were made.
-    HRESULT Setup() const { return m_setup; }
+    HRESULT Setup() const { return m_apartment->Setup(); }
     // The root's storage, for scripting and inspection (it locks for itself).
     RecordingStorage& Storage() const { return *m_storage; }
     // The root object itself (never to be called from another apartment).
     IWQ_SessionDataIOEx* RawRoot() const { return m_rawRoot; }
     // A pointer to the root for the calling thread: a proxy outside the apartment.
-    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const;
+    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const { return m_apartment->ForThisThread<IWQ_SessionDataIOEx>(); }
 
 private:
-    void Main();
-
-    HANDLE m_ready;
-    HANDLE m_stop;
-    HRESULT m_setup = E_FAIL;
-    DWORD m_cookie = 0;
-    RecordingStorage* m_storage = nullptr;
+    RecordingStorage* m_storage;
     IWQ_SessionDataIOEx* m_rawRoot = nullptr;
-    std::thread m_thread;
+    std::unique_ptr<StaApartment> m_apartment;
 };

@@ -5,36 +5,29 @@
 #pragma once
 
 #include "fakestorageroot.h"
+#include "staapartment.h"
 
 #include <functional>
-#include <thread>
 
 class StaThread
 {
 public:
     StaThread();
-    ~StaThread();
     StaThread(const StaThread&) = delete;
     StaThread& operator=(const StaThread&) = delete;
 
     // S_OK when the apartment, the root and its registration were made.
-    HRESULT Setup() const { return m_setup; }
-    DWORD ThreadId() const { return m_threadId; }
+    HRESULT Setup() const { return m_apartment.Setup(); }
+    DWORD ThreadId() const { return m_apartment.ThreadId(); }
     // The object itself, for scripting and inspection (never call it from another apartment).
     FakeStorageRoot& Root() const { return *m_root; }
     // A pointer to the root for the calling thread: a proxy outside this apartment.
-    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const;
+    XComPtr<IWQ_SessionDataIOEx> RootForThisThread() const { return m_apartment.ForThisThread<IWQ_SessionDataIOEx>(); }
     // Runs work on the apartment's thread and waits for it.
     void Run(const std::function<void(IWQ_SessionDataIOEx* root)>& work);
 
 private:
-    void Main();
-
-    HANDLE m_ready;
-    HANDLE m_stop;
-    HRESULT m_setup = E_FAIL;
-    DWORD m_threadId = 0;
-    DWORD m_cookie = 0;
     FakeStorageRoot* m_root = nullptr;
-    std::thread m_thread;
+    IWQ_SessionDataIOEx* m_rootInterface = nullptr;  // the apartment's own pointer
+    StaApartment m_apartment;
 };
