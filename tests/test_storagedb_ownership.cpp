@@ -162,11 +162,12 @@ TEST_F(StorageDbOwnershipTest, AnAsynchronousUserProfileStorageFreesTheArrayOnce
         tagSESSIONDATAVALUE* records = LayerArray(L"name", L"value");
         EXPECT_EQ(S_OK, StoreHandedOver(L"k", records));
         // The caller's strings are gone; the pipe's copies (the call's key and values, the key
-        // the call was piped under) wait for the worker.
-        EXPECT_EQ(4u, spy.Outstanding());
+        // the call was piped under), made on this thread, wait for the worker. Only this
+        // thread's blocks are counted: the worker thread's own activity is not this case's.
+        EXPECT_EQ(4u, spy.OutstandingFromThisThread());
         root->Open();
         EXPECT_EQ(S_OK, storage->FlushAsyncStorage());
-        EXPECT_EQ(0u, spy.Outstanding());
+        EXPECT_EQ(0u, spy.OutstandingFromThisThread());
         EXPECT_EQ(0u, spy.Refreed());
     }
     EXPECT_EQ(std::vector<std::string>{"WriteStringList(app/k|1|name=value)"}, Calls());

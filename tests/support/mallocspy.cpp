@@ -20,7 +20,7 @@ STDMETHODIMP_(void*) MallocSpy::PostAlloc(void* pActual)
     if (pActual)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_live.insert(pActual);
+        m_live[pActual] = ::GetCurrentThreadId();
         m_freed.erase(pActual);
     }
     return pActual;
@@ -76,6 +76,15 @@ size_t MallocSpy::Refreed() const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_refreed;
+}
+
+size_t MallocSpy::OutstandingFrom(DWORD threadId) const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    size_t count = 0;
+    for (const auto& block : m_live)
+        count += block.second == threadId ? 1 : 0;
+    return count;
 }
 
 size_t MallocSpy::Outstanding() const

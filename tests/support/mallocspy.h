@@ -4,6 +4,7 @@
 
 #include <windows.h>
 #include <objidl.h>
+#include <map>
 #include <mutex>
 #include <set>
 
@@ -28,6 +29,8 @@ public:
     STDMETHODIMP_(void) PostHeapMinimize() override {}
 
     size_t Outstanding() const;
+    // The live blocks that the thread threadId allocated.
+    size_t OutstandingFrom(DWORD threadId) const;
     // Frees of blocks that this spy saw allocated and already freed (a double free; such a free
     // is not passed on to the heap), and size queries of such blocks (SysFreeString asks for the
     // size first and leaves a block alone that the allocator does not know any more).
@@ -35,7 +38,7 @@ public:
 
 private:
     mutable std::mutex m_mutex;
-    std::set<void*> m_live;
+    std::map<void*, DWORD> m_live;  // live block -> the thread that allocated it
     std::set<void*> m_freed;  // freed while tracked, and not handed out again since
     size_t m_refreed = 0;
 };
@@ -50,6 +53,9 @@ public:
     ~ScopedMallocSpy();
     bool Registered() const { return m_registered; }
     size_t Outstanding() const { return m_spy->Outstanding(); }
+    // The live blocks that the calling thread allocated (blocks of other threads of the process,
+    // such as a worker's or the platform's own, left out).
+    size_t OutstandingFromThisThread() const { return m_spy->OutstandingFrom(::GetCurrentThreadId()); }
     size_t Refreed() const { return m_spy->Refreed(); }
 
 private:
