@@ -12,6 +12,7 @@
 
 #include "benchclock.h"
 #include "sessiondataioexnotimpl.h"
+#include "staapartment.h"
 #include "xcomobject.h"
 #include "xsessiondatastoragedb.h"
 
@@ -21,7 +22,6 @@
 #include <atomic>
 #include <cstdio>
 #include <functional>
-#include <thread>
 #include <vector>
 
 namespace
@@ -62,61 +62,23 @@ public:
 class StaRootHost
 {
 public:
-    StaRootHost() : m_ready(::CreateEventW(nullptr, TRUE, FALSE, nullptr)), m_stop(::CreateEventW(nullptr, TRUE, FALSE, nullptr))
+    StaRootHost()
+        : m_apartment(
+              [this](XComPtr<IUnknown>& object) {
+                  m_root = new XComObject<CountingRoot>();
+                  object = XComPtr<IUnknown>(static_cast<IWQ_SessionDataIOEx*>(m_root));
+                  return S_OK;
+              },
+              IID_IWQ_SessionDataIOEx)
     {
-        m_thread = std::thread([this] { Main(); });
-        ::WaitForSingleObject(m_ready, INFINITE);
     }
-    ~StaRootHost()
-    {
-        ::SetEvent(m_stop);
-        m_thread.join();
-        ::CloseHandle(m_ready);
-        ::CloseHandle(m_stop);
-    }
-    XComPtr<IWQ_SessionDataIOEx> Proxy() const
-    {
-        XComPtr<IGlobalInterfaceTable> git;
-        XComPtr<IWQ_SessionDataIOEx> root;
-        if (SUCCEEDED(::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
-                                         IID_IGlobalInterfaceTable, reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()))))
-            git->GetInterfaceFromGlobal(m_cookie, IID_IWQ_SessionDataIOEx, reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()));
-        return root;
-    }
+    XComPtr<IWQ_SessionDataIOEx> Proxy() const { return m_apartment.ForThisThread<IWQ_SessionDataIOEx>(); }
     long Calls() const { return m_root ? m_root->calls.load() : 0; }
     double LastWriteNs() const { return m_root ? m_root->lastWriteNs.load() : 0; }
 
 private:
-    void Main()
-    {
-        ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        {
-            XComPtr<IGlobalInterfaceTable> git;
-            XComPtr<IWQ_SessionDataIOEx> root;
-            m_root = new XComObject<CountingRoot>();
-            root = m_root;
-            ::CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER, IID_IGlobalInterfaceTable,
-                               reinterpret_cast<void**>(git.ReleaseAndGetAddressOf()));
-            git->RegisterInterfaceInGlobal(root.Get(), IID_IWQ_SessionDataIOEx, &m_cookie);
-            ::SetEvent(m_ready);
-            for (;;)
-            {
-                if (::MsgWaitForMultipleObjects(1, &m_stop, FALSE, INFINITE, QS_ALLINPUT) == WAIT_OBJECT_0)
-                    break;
-                MSG msg;
-                while (::PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-                    ::DispatchMessageW(&msg);
-            }
-            git->RevokeInterfaceFromGlobal(m_cookie);
-            m_root = nullptr;
-        }
-        ::CoUninitialize();
-    }
-
-    HANDLE m_ready, m_stop;
-    DWORD m_cookie = 0;
-    CountingRoot* m_root = nullptr;
-    std::thread m_thread;
+    CountingRoot* m_root = nullptr;  // kept alive by the apartment
+    StaApartment m_apartment;
 };
 
 // A database storage in asynchronous mode (interval 120 s: only flushes drain) over root.
