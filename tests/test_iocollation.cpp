@@ -50,6 +50,9 @@ TEST(IOCollation, CollationEqualNamesAreOneCachedValue)
     ASSERT_EQ(S_OK, io->WriteData(XWQComBSTR(L"k"), XWQComBSTR(L"\u00df"), XWQComBSTR(L"second")));
     const ListResult list = List(io.Get(), L"k");
     EXPECT_EQ((std::vector<std::string>{"ss=second"}), list.records);
+    // Both spellings read the overwritten value.
+    EXPECT_EQ(L"second", Read(io.Get(), L"k", L"ss").value);
+    EXPECT_EQ(L"second", Read(io.Get(), L"k", L"\u00df").value);
     EXPECT_EQ(0u, storage->CountCalls("ReadData"));
 }
 

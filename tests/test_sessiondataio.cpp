@@ -312,6 +312,27 @@ TEST_F(CacheTest, GetAllDataReplacesCachedKeyButMissingMarkersStay)
     EXPECT_EQ(1u, storage->CountCalls("ReadData"));
 }
 
+TEST_F(CacheTest, EveryOverwriteIsWhatTheNextReadAnswers)
+{
+    // A hit is answered from the cache's index: it must follow every change of the value, by a
+    // write, by a list write and by the merge of GetAllData.
+    for (int i = 0; i < 20; ++i)
+    {
+        const std::wstring text = std::wstring(i % 5, L'x') + std::to_wstring(i);
+        ASSERT_EQ(S_OK, Write(io.Get(), L"k", L"n", text.c_str()));
+        ASSERT_EQ(text, Read(io.Get(), L"k", L"n").value);
+    }
+    const XWQComBSTR name(L"N");
+    const XWQComBSTR value(L"from a list");
+    tagSESSIONDATAVALUE record{name, value};
+    ASSERT_EQ(S_OK, io->WriteStringList(XWQComBSTR(L"k"), 1, &record));
+    EXPECT_EQ(L"from a list", Read(io.Get(), L"k", L"n").value);
+    storage->SetAllData({{L"k", {{L"n", L"merged"}}}});
+    ASSERT_EQ(S_OK, ReadAll(io.Get(), L""));
+    EXPECT_EQ(L"merged", Read(io.Get(), L"k", L"n").value);
+    EXPECT_EQ(0u, storage->CountCalls("ReadData"));
+}
+
 TEST_F(CacheTest, UploadCacheFillsCacheWithTheTreeUnderKey)
 {
     storage->SetAllData({{L"root/a", {{L"n", L"1"}}}, {L"root/b", {{L"n", L"2"}}}});

@@ -92,6 +92,12 @@ TEST(TextIndex, HintsAreKeptAndAnEmptyIndexFindsNothing)
         return prefetched;
     }));
     EXPECT_EQ(&target, prefetched);
+    const void* hint = nullptr;
+    EXPECT_NE(nullptr, index.Find(a, Index::HashOf(a), [](const int&) { return nullptr; }, &hint));
+    EXPECT_EQ(&target, hint);
+    index.SetHint(a, Index::HashOf(a), nullptr);
+    EXPECT_NE(nullptr, index.Find(a, Index::HashOf(a), [](const int&) { return nullptr; }, &hint));
+    EXPECT_EQ(nullptr, hint);
     index.Clear();
     EXPECT_EQ(nullptr, FindIn(index, a));
 }

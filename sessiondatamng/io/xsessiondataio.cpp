@@ -49,16 +49,16 @@ STDMETHODIMP XSessionDataIO::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR*
             return S_FALSE;
 
         XValueList read;
-        const XWQComBSTR* answer = nullptr;
+        XFoundValue answer;
         const HRESULT hr = FindOrReadValue(key, valueName, true, read, answer);
         if (FAILED(hr))
             return hr;
-        if (!answer)
+        if (!answer.found)
         {
             m_missingValues.insert(MissingMarker(key, valueName));
             return S_FALSE;
         }
-        *pbstrValue = answer->Copy();
+        *pbstrValue = answer.Copy();
         return S_OK;
     });
 }
@@ -163,7 +163,7 @@ HRESULT XSessionDataIO::SaveValues(BSTR bstrKeyName, BSTR bstrValueName)
     if (!value || FAILED(hr))
         return hr;
     BSTR empty = nullptr;  // a null BSTR is the empty string
-    if (::VarBstrCmp(value->value.value, empty, LOCALE_USER_DEFAULT, 0) == static_cast<HRESULT>(VARCMP_EQ))
+    if (::VarBstrCmp(value->value.Text(), empty, LOCALE_USER_DEFAULT, 0) == static_cast<HRESULT>(VARCMP_EQ))
         cached->value.Erase(valueName);  // the next read asks the storage again
     else
         value->value.dirty = false;

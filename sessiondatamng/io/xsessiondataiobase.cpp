@@ -138,7 +138,7 @@ HRESULT XSessionDataIOBase::StoreOneValue(BSTR bstrKeyName, XKeyTable::Entry* ke
     if (!stored)
         return S_FALSE;
     XValueList one;
-    one.Put(valueName, stored->value.value);
+    one.Put(valueName, stored->value.Text());
     return StoreList(bstrKeyName, one);
 }
 
@@ -148,7 +148,7 @@ XValueList XSessionDataIOBase::DirtyValues(const XValueTable& table)
     for (const XValueTable::Entry& entry : table)
     {
         if (entry.value.dirty)
-            dirty.Put(XTextOf(entry.name), entry.value.value);
+            dirty.Put(XTextOf(entry.name), entry.value.Text());
     }
     return dirty;
 }
@@ -179,7 +179,7 @@ tagSESSIONDATAVALUE* XSessionDataIOBase::NewListFromTable(const XValueTable& tab
         if (i == count)
             break;
         list[i].bstrValueName = entry.name.Copy();
-        list[i].bstrValue = entry.value.value.Copy();
+        list[i].bstrValue = entry.value.Text().Copy();
         ++i;
     }
     ULONG filled = 0;
@@ -189,16 +189,18 @@ tagSESSIONDATAVALUE* XSessionDataIOBase::NewListFromTable(const XValueTable& tab
 }
 
 HRESULT XSessionDataIOBase::FindOrReadValue(std::wstring_view key, std::wstring_view valueName,
-                                            bool lowerStorageNames, XValueList& read, const XWQComBSTR*& answer)
+                                            bool lowerStorageNames, XValueList& read, XFoundValue& answer)
 {
     Guard guard(*this, __LINE__);
-    answer = nullptr;
+    answer = XFoundValue();
     XKeyTable::Entry* cached = m_table.Find(key);
     if (cached)
     {
-        if (const XValueEntry* found = cached->value.FindValue(valueName))
+        // A hit is answered from the table's index: the value's entry is not read.
+        const void* text = nullptr;
+        if (cached->value.FindHinted(valueName, text))
         {
-            answer = &found->value;
+            answer = XFoundValue{true, static_cast<BSTR>(const_cast<void*>(text))};
             return S_OK;
         }
     }
@@ -210,7 +212,7 @@ HRESULT XSessionDataIOBase::FindOrReadValue(std::wstring_view key, std::wstring_
     {
         cached = &m_table.Put(key, TableFromList(read));
         if (const XValueEntry* found = cached->value.FindValue(valueName))
-            answer = &found->value;
+            answer = XFoundValue{true, found->Text()};
         return S_OK;
     }
     // Names already in the table keep their (possibly dirty) entries.
@@ -220,7 +222,7 @@ HRESULT XSessionDataIOBase::FindOrReadValue(std::wstring_view key, std::wstring_
         if (!cached->value.Contains(name))
             cached->value.Put(name, XValueEntry{entry.value, false});
         if (name == valueName)
-            answer = &entry.value;
+            answer = XFoundValue{true, entry.value};
     }
     return S_OK;
 }

@@ -106,10 +106,10 @@ protected:
     // key not in it is read from the storage (ReadList) and its table made from the list. A key
     // in the table without the value is read again and gains the names it lacks, spelt as the
     // storage spelt them or lower-cased (lowerStorageNames); a storage name equal to valueName
-    // then answers. answer points into the table or into read; null when not found. A failed
-    // read's result is returned; otherwise S_OK.
+    // then answers. answer's text is kept by the table or by read. A failed read's result is
+    // returned; otherwise S_OK.
     HRESULT FindOrReadValue(std::wstring_view key, std::wstring_view valueName, bool lowerStorageNames,
-                            XValueList& read, const XWQComBSTR*& answer);
+                            XValueList& read, XFoundValue& answer);
     // GetStringList's work: a key not in the table is read from the storage (a failed read's
     // result is returned) and its table made from the list; the count is the table's size for a
     // key that was in the table, else the storage's record count. With a count above 0 the

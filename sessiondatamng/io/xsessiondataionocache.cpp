@@ -43,13 +43,13 @@ STDMETHODIMP XSessionDataIONoCache::GetData(BSTR bstrKeyName, BSTR bstrValueName
         // spelt them, not lower-cased: a name stored with capitals is then not found, although
         // the same read finds it when the key was not in the table. This asymmetry is kept.
         XValueList read;
-        const XWQComBSTR* answer = nullptr;
+        XFoundValue answer;
         const HRESULT hr = FindOrReadValue(XLowerName(bstrKeyName), XLowerName(bstrValueName), false, read, answer);
         if (FAILED(hr))
             return hr;
-        if (!answer)
+        if (!answer.found)
             return S_FALSE;
-        *pbstrValue = answer->Copy();
+        *pbstrValue = answer.Copy();
         return S_OK;
     });
 }

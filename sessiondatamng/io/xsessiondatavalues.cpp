@@ -1,5 +1,7 @@
 #include "xsessiondatavalues.h"
 
+#include <comdef.h>
+
 #include <algorithm>
 #include <cwchar>
 #include <new>
@@ -32,6 +34,14 @@ XLowerName::XLowerName(const wchar_t* text)
         std::copy(source.begin(), source.end(), out);
         ::CharLowerBuffW(out, static_cast<DWORD>(m_size));
     }
+}
+
+BSTR XFoundValue::Copy() const
+{
+    BSTR copy = ::SysAllocStringLen(text ? text : L"", ::SysStringLen(text));
+    if (!copy)
+        throw _com_error(E_OUTOFMEMORY);
+    return copy;
 }
 
 void XDeleteValueArray(tagSESSIONDATAVALUE* records, ULONG count) noexcept

@@ -9,21 +9,51 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
-struct XValueEntry
+// A value table's entry. Its text is replaced only by the table itself (XCollatedMap::Put
+// assigns whole entries), which records the text's address beside its index: a hit is then
+// answered from the index without reading the entry. So the text has no setter and the
+// assignment is the table's alone.
+class XValueEntry
 {
-    XWQComBSTR value;
+public:
+    XValueEntry() = default;
+    XValueEntry(XWQComBSTR text, bool isDirty) : dirty(isDirty), m_text(std::move(text)) {}
+    XValueEntry(XValueEntry&&) = default;
+
+    const XWQComBSTR& Text() const noexcept { return m_text; }
+
     bool dirty = false;  // written here and not yet stored
+
+private:
+    template <class>
+    friend class XCollatedMap;
+    XValueEntry& operator=(XValueEntry&&) = default;
+
+    XWQComBSTR m_text;
 };
 
-// A lookup in a value table goes on to read the value's text.
+// A lookup in a value table goes on to read the value's text, which only the table's Put
+// replaces: the recorded hint is exact.
 template <>
 struct XCollatedHint<XValueEntry>
 {
-    static const void* Of(const XValueEntry& entry) noexcept { return static_cast<BSTR>(entry.value); }
+    static const void* Of(const XValueEntry& entry) noexcept { return static_cast<BSTR>(entry.Text()); }
 };
 
 using XValueTable = XCollatedMap<XValueEntry>;  // value name -> entry
+
+// What a value lookup found: whether there is a value and its text, a BSTR that the table or a
+// list read from the storage keeps (not owned; null is the empty text).
+struct XFoundValue
+{
+    bool found = false;
+    BSTR text = nullptr;
+
+    // A new BSTR of the text (an empty one for the empty text), the caller's to free.
+    BSTR Copy() const;
+};
 using XKeyTable = XCollatedMap<XValueTable>;    // key name -> its values
 using XValueList = XCollatedMap<XWQComBSTR>;    // value name -> value, as read or to be stored
 

@@ -5,9 +5,11 @@
 // accesses made one after another decides a lookup's cost. Each slot keeps what a probe needs
 // without leaving the slot: a 32-bit hash, the text's length and address, the reference and a
 // hint (an address the caller will read next, such as the value's text). On a probable hit, the
-// referenced entry, the stored text and the hint are requested from memory together (prefetch),
-// so that a hit waits for the slot and then for one more round of memory accesses. A stale hint
-// costs nothing but a wasted prefetch.
+// stored text and the hint are requested from memory together (prefetch), and so is the
+// referenced entry when the caller asks for it, so that a hit waits for the slot and then for
+// one more round of memory accesses. A caller that keeps the hint exact can answer a hit from
+// the hint alone and spare the entry's memory access altogether; for any other caller a stale
+// hint costs nothing but a wasted prefetch.
 #pragma once
 
 #include <cstddef>
@@ -36,12 +38,15 @@ public:
         return hash == kEmpty ? 1u : hash;  // 0 marks an empty slot
     }
 
-    // The reference stored for text (hash = HashOf(text)), or null. entry is the address of
-    // what the reference leads to, prefetched with the text and the hint.
+    // The reference stored for text (hash = HashOf(text)), or null; hint, when given, receives
+    // the slot's hint. entryOf gives the address of what a reference leads to, prefetched with
+    // the text and the hint (null: nothing more to prefetch).
     template <class EntryOf>
-    const Ref* Find(std::wstring_view text, uint32_t hash, EntryOf entryOf) const noexcept
+    const Ref* Find(std::wstring_view text, uint32_t hash, EntryOf entryOf, const void** hint = nullptr) const noexcept
     {
         const Slot* slot = Probe(text, hash, entryOf);
+        if (slot && hint)
+            *hint = slot->hint;
         return slot ? &slot->ref : nullptr;
     }
 

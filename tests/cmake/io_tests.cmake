@@ -8,7 +8,7 @@ add_library(wq_storagedoubles STATIC
 target_include_directories(wq_storagedoubles PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
 target_link_libraries(wq_storagedoubles PUBLIC wq_testsupport sdm_io sdm_storage)
 
-wq_add_test(test_io_values test_collatedmap.cpp test_textindex.cpp test_storagekind.cpp)
+wq_add_test(test_io_values test_collatedmap.cpp test_textindex.cpp test_valuetable.cpp test_storagekind.cpp)
 target_link_libraries(test_io_values PRIVATE sdm_io sdm_storage wq_storagedoubles)
 
 wq_add_test(test_io_nocache test_sessiondataionocache.cpp)
