@@ -103,7 +103,7 @@ TEST(XWQLogBook, ConcurrentProcessesLoseNoLine)
     std::vector<PROCESS_INFORMATION> children;
     for (int i = 0; i < 2; ++i)
     {
-        std::wstring command = L"\"" + std::wstring(exe) + L"\" --gtest_filter=XWQLogBook.ChildWriter";
+        std::wstring command = L"\"" + std::wstring(exe) + L"\" --gtest_filter=XWQLogBook.ChildProcessWriter";
         STARTUPINFOW si{};
         si.cb = sizeof si;
         PROCESS_INFORMATION pi{};
@@ -129,8 +129,9 @@ TEST(XWQLogBook, ConcurrentProcessesLoseNoLine)
     EXPECT_EQ(50u, parent);
 }
 
-// Helper run by ConcurrentProcessesLoseNoLine in child processes; does nothing on its own.
-TEST(XWQLogBook, ChildWriter)
+// Helper run by ConcurrentProcessesLoseNoLine in child processes; does nothing on its own (and
+// is not registered with ctest).
+TEST(XWQLogBook, ChildProcessWriter)
 {
     wchar_t path[MAX_PATH] = {};
     if (!::GetEnvironmentVariableW(L"WQSDM_LOGBOOK_CHILD", path, MAX_PATH))
