@@ -68,6 +68,29 @@ struct Figures
     double baselineBuilt = 0;
 };
 
+// The manager's read of one value, as VT_BSTR; whether it was found.
+bool ManagerRead(IWQ_SessionDataMng* mng, BSTR key, BSTR name)
+{
+    VARIANT value;
+    ::VariantInit(&value);
+    const bool found = mng->GetData(key, name, VT_BSTR, &value, kCategory) == S_OK;
+    ::VariantClear(&value);
+    return found;
+}
+
+// The baseline's same work: the lookup, a BSTR of the text, the conversion to VT_BSTR.
+bool BaselineRead(const std::map<std::wstring, std::wstring>& map, const std::wstring& name)
+{
+    const auto found = map.find(name);
+    VARIANT value;
+    ::VariantInit(&value);
+    value.vt = VT_BSTR;
+    value.bstrVal = ::SysAllocString(found->second.c_str());
+    const bool converted = ::VariantChangeType(&value, &value, 0, VT_BSTR) == S_OK;
+    ::SysFreeString(value.bstrVal);
+    return converted;
+}
+
 // Writes the benchmark's name of value i into buffer; its length.
 int FormatName(size_t i, wchar_t (&buffer)[32])
 {
@@ -111,46 +134,23 @@ Figures Measure(size_t values)
 
     Figures figures;
     size_t failures = 0;
-    figures.manager = MedianNsPerRead(order, [&](size_t i) {
-        VARIANT value;
-        ::VariantInit(&value);
-        failures += mng->GetData(key, names[i], VT_BSTR, &value, kCategory) != S_OK;
-        ::VariantClear(&value);
-    });
+    figures.manager = MedianNsPerRead(order, [&](size_t i) { failures += !ManagerRead(mng.Get(), key, names[i]); });
     figures.layer = MedianNsPerRead(order, [&](size_t i) {
         BSTR value = nullptr;
         failures += io->GetData(key, names[i], &value) != S_OK;
         ::SysFreeString(value);
     });
-    figures.baseline = MedianNsPerRead(order, [&](size_t i) {
-        const auto found = baselineMap.find(plainNames[i]);
-        VARIANT value;
-        ::VariantInit(&value);
-        value.vt = VT_BSTR;
-        value.bstrVal = ::SysAllocString(found->second.c_str());
-        failures += ::VariantChangeType(&value, &value, 0, VT_BSTR) != S_OK;
-        ::SysFreeString(value.bstrVal);
-    });
+    figures.baseline = MedianNsPerRead(order, [&](size_t i) { failures += !BaselineRead(baselineMap, plainNames[i]); });
     figures.managerBuilt = MedianNsPerRead(order, [&](size_t i) {
         wchar_t buffer[32];
         const int length = FormatName(i, buffer);
-        const XWQComBSTR name(buffer, static_cast<UINT>(length));
-        VARIANT value;
-        ::VariantInit(&value);
-        failures += mng->GetData(key, name, VT_BSTR, &value, kCategory) != S_OK;
-        ::VariantClear(&value);
+        failures += !ManagerRead(mng.Get(), key, XWQComBSTR(buffer, static_cast<UINT>(length)));
     });
     std::wstring lookup;
     figures.baselineBuilt = MedianNsPerRead(order, [&](size_t i) {
         wchar_t buffer[32];
         lookup.assign(buffer, static_cast<size_t>(FormatName(i, buffer)));
-        const auto found = baselineMap.find(lookup);
-        VARIANT value;
-        ::VariantInit(&value);
-        value.vt = VT_BSTR;
-        value.bstrVal = ::SysAllocString(found->second.c_str());
-        failures += ::VariantChangeType(&value, &value, 0, VT_BSTR) != S_OK;
-        ::SysFreeString(value.bstrVal);
+        failures += !BaselineRead(baselineMap, lookup);
     });
     if (failures)
         std::printf("warning: %zu reads failed\n", failures);
