@@ -227,7 +227,12 @@ XWQComBSTR& XWQComBSTR::Append(const XWQComBSTR& text)
 
 BSTR XWQComBSTR::Copy() const
 {
-    return AllocOrThrow(c_str(), Length());
+    return CopyOf(m_str);
+}
+
+BSTR XWQComBSTR::CopyOf(BSTR text)
+{
+    return AllocOrThrow(text ? text : L"", ::SysStringLen(text));
 }
 
 int XWQComBSTR::Compare(const XWQComBSTR& other) const noexcept

@@ -107,14 +107,7 @@ public:
     // access less).
     bool FindHinted(std::wstring_view name, const void*& hint) const
     {
-        hint = nullptr;
-        if (m_exact.Find(name, Index::HashOf(name), NoEntry, &hint))
-            return true;
-        const auto found = m_ordered.find(XCollationKey(name));
-        if (found == m_ordered.end())
-            return false;
-        hint = XCollatedHint<T>::Of(found->second.value);
-        return true;
+        return const_cast<XCollatedMap*>(this)->Locate(name, &hint) != m_ordered.end();
     }
 
     // The entry for name, created with a default value when missing.
@@ -170,11 +163,18 @@ public:
 private:
     static std::wstring_view View(const XWQComBSTR& text) noexcept { return {text.c_str(), text.Length()}; }
 
-    typename Ordered::iterator Locate(std::wstring_view name)
+    // The entry for name, or end(). With hint, the slot's hint is taken instead of prefetching
+    // the entry (for a name not found by its text: the hint of the entry found by collation).
+    typename Ordered::iterator Locate(std::wstring_view name, const void** hint = nullptr)
     {
-        if (const auto* exact = m_exact.Find(name, Index::HashOf(name), EntryAddress))
+        const uint32_t hash = Index::HashOf(name);
+        const auto* exact = hint ? m_exact.Find(name, hash, NoEntry, hint) : m_exact.Find(name, hash, EntryAddress);
+        if (exact)
             return *exact;
-        return m_ordered.find(XCollationKey(name));
+        const auto found = m_ordered.find(XCollationKey(name));
+        if (hint)
+            *hint = found == m_ordered.end() ? nullptr : XCollatedHint<T>::Of(found->second.value);
+        return found;
     }
 
     // The exact index refers to the ordered index's nodes, which do not move, and to the names

@@ -196,13 +196,9 @@ HRESULT XSessionDataIOBase::FindOrReadValue(std::wstring_view key, std::wstring_
     XKeyTable::Entry* cached = m_table.Find(key);
     if (cached)
     {
-        // A hit is answered from the table's index: the value's entry is not read.
-        const void* text = nullptr;
-        if (cached->value.FindHinted(valueName, text))
-        {
-            answer = XFoundValue{true, static_cast<BSTR>(const_cast<void*>(text))};
+        answer = XFindValue(cached->value, valueName);
+        if (answer.found)
             return S_OK;
-        }
     }
 
     const HRESULT hr = ReadList(XBstrOf(key), read);
@@ -211,8 +207,7 @@ HRESULT XSessionDataIOBase::FindOrReadValue(std::wstring_view key, std::wstring_
     if (!cached)
     {
         cached = &m_table.Put(key, TableFromList(read));
-        if (const XValueEntry* found = cached->value.FindValue(valueName))
-            answer = XFoundValue{true, found->Text()};
+        answer = XFindValue(cached->value, valueName);
         return S_OK;
     }
     // Names already in the table keep their (possibly dirty) entries.

@@ -1,7 +1,5 @@
 #include "xsessiondatavalues.h"
 
-#include <comdef.h>
-
 #include <algorithm>
 #include <cwchar>
 #include <new>
@@ -36,12 +34,13 @@ XLowerName::XLowerName(const wchar_t* text)
     }
 }
 
-BSTR XFoundValue::Copy() const
+XFoundValue XFindValue(const XValueTable& table, std::wstring_view name)
 {
-    BSTR copy = ::SysAllocStringLen(text ? text : L"", ::SysStringLen(text));
-    if (!copy)
-        throw _com_error(E_OUTOFMEMORY);
-    return copy;
+    const void* hint = nullptr;
+    if (!table.FindHinted(name, hint))
+        return XFoundValue();
+    // A value entry's hint is its text (XCollatedHint<XValueEntry>).
+    return XFoundValue{true, static_cast<BSTR>(const_cast<void*>(hint))};
 }
 
 void XDeleteValueArray(tagSESSIONDATAVALUE* records, ULONG count) noexcept

@@ -43,6 +43,8 @@ struct XCollatedHint<XValueEntry>
 };
 
 using XValueTable = XCollatedMap<XValueEntry>;  // value name -> entry
+using XKeyTable = XCollatedMap<XValueTable>;    // key name -> its values
+using XValueList = XCollatedMap<XWQComBSTR>;    // value name -> value, as read or to be stored
 
 // What a value lookup found: whether there is a value and its text, a BSTR that the table or a
 // list read from the storage keeps (not owned; null is the empty text).
@@ -52,10 +54,11 @@ struct XFoundValue
     BSTR text = nullptr;
 
     // A new BSTR of the text (an empty one for the empty text), the caller's to free.
-    BSTR Copy() const;
+    BSTR Copy() const { return XWQComBSTR::CopyOf(text); }
 };
-using XKeyTable = XCollatedMap<XValueTable>;    // key name -> its values
-using XValueList = XCollatedMap<XWQComBSTR>;    // value name -> value, as read or to be stored
+// The value of name in table, answered from the table's index (the entry is not read) when the
+// name is spelt as stored.
+XFoundValue XFindValue(const XValueTable& table, std::wstring_view name);
 
 // The text of an incoming string as XWQComBSTR copies it: up to the first NUL; null is empty.
 std::wstring_view XTextOf(const wchar_t* text) noexcept;

@@ -53,6 +53,8 @@ public:
     // A new BSTR with the same text, owned by the caller (null only when the string is empty
     // and allocation is not needed is never the case: an empty string yields an empty BSTR).
     BSTR Copy() const;
+    // The same for a BSTR that no wrapper holds (null is the empty text).
+    static BSTR CopyOf(BSTR text);
     std::wstring ToWString() const { return std::wstring(c_str(), Length()); }
 
     // Ordinal comparison of the texts (<0, 0, >0).
