@@ -1,6 +1,7 @@
 // Failed piped calls: later calls still run, the failure is retained and reported by the next
 // flush; a broken connection latches and later calls fail fast.
 #include "delegatortesthelpers.h"
+#include "xstoragerootconnhandler.h"
 #include "testenv.h"
 #include "threadingdoubles.h"
 
@@ -83,7 +84,7 @@ TEST_F(AsyncDelegatorFailures, FailureWithErrorInfoOfAnRpcCodeDoesNotLatch)
     EXPECT_EQ((std::vector<std::wstring>{L"D b", L"D c"}), root->Texts());
 }
 
-TEST_F(AsyncDelegatorFailures, NewStorageRootClearsTheRetainedFailureAndTheLatch)
+TEST_F(AsyncDelegatorFailures, NewStorageRootClearsTheLatchButKeepsTheLoggedFailure)
 {
     root->FailKey(L"b", kUnavailable);
     PipeDelete(*delegator, L"b");
@@ -93,8 +94,28 @@ TEST_F(AsyncDelegatorFailures, NewStorageRootClearsTheRetainedFailureAndTheLatch
     XComPtr<FakeStorageRoot> second;
     second.Attach(FakeStorageRoot::Create());
     delegator->SetStorageRoot(second.Get());
-    EXPECT_EQ(S_OK, Retained(*delegator));
+    // The connection's own HRESULT starts afresh; the failed call is still reported.
+    EXPECT_EQ(XStorageRootConnHandler::kRpcConnectionError, Retained(*delegator));
     PipeDelete(*delegator, L"c");
-    EXPECT_NO_THROW(delegator->FlushStorageCallPipe());
+    EXPECT_EQ(XStorageRootConnHandler::kRpcConnectionError,
+              FailureOf([&] { delegator->FlushStorageCallPipe(); }).hr);
+    // The new root is reached: the latch did not carry over.
     EXPECT_EQ(std::vector<std::wstring>{L"D c"}, second->Texts());
+}
+
+TEST_F(AsyncDelegatorFailures, CallsFailedFastOnALatchedConnectionAreReportedAfterANewRoot)
+{
+    root->FailKey(L"a", kUnavailable);
+    PipeDelete(*delegator, L"a");
+    FailureOf([&] { delegator->FlushStorageCallPipe(); });
+    // Piped after the connection broke: it fails before it reaches the root.
+    PipeDelete(*delegator, L"b");
+
+    XComPtr<FakeStorageRoot> second;
+    second.Attach(FakeStorageRoot::Create());
+    delegator->SetStorageRoot(second.Get());
+    EXPECT_EQ(std::vector<std::wstring>{L"D a"}, root->Texts());
+    EXPECT_TRUE(second->Texts().empty());
+    EXPECT_TRUE(FAILED(Retained(*delegator)));
+    EXPECT_TRUE(FAILED(FailureOf([&] { delegator->FlushStorageCallPipe(); }).hr));
 }

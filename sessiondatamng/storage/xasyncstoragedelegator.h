@@ -6,7 +6,8 @@
 // root is registered.
 //
 // A piped call that fails is logged and retained; later calls still run; the next flush or
-// GetLastErrorAsyncExecution reports the failure. Terminate runs what is pending, then stops the
+// GetLastErrorAsyncExecution reports the failure, and every one after it: binding a root again
+// clears only the latched connection, never the report of a call that did not arrive. Terminate runs what is pending, then stops the
 // worker, and never throws. Every other operation reports failures by throwing the error
 // library's exception (source unit "xasyncstoragedelegator").
 #pragma once

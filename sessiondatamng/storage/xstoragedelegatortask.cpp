@@ -206,11 +206,9 @@ void XStorageDelegatorTask::Flush()
 
 void XStorageDelegatorTask::OnStorageRootSet()
 {
+    // Only the connection's retained HRESULT starts afresh. The logged failure stays: calls piped
+    // before the new root that never reached a root must still be reported by the next flush.
     m_handler.ResetRetained();
-    {
-        XCritProxy<XWrappedWQException> last(m_lastFailure);
-        *last = XWrappedWQException();
-    }
     {
         XCritProxy<bool> rootSet(m_storageRootSet);
         *rootSet = true;

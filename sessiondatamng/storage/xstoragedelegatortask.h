@@ -75,8 +75,9 @@ public:
     void Pipe(XAsyncStorageDelegator& owner, std::unique_ptr<Operation> functor, BSTR key, unsigned long flags);
     // Runs every pending call now and waits until the worker has; reports a retained failure.
     void Flush();
-    // A new storage root was bound: the retained error is cleared and the worker takes the new
-    // root (on its own thread) at its next pass.
+    // A new storage root was bound: the connection's retained HRESULT is cleared (the logged
+    // failure of a piped call is kept) and the worker takes the new root, with a fresh
+    // connection, on its own thread at its next pass.
     void OnStorageRootSet();
     void SetProceedEvent();
     HRESULT RetainedError() const;

@@ -13,7 +13,8 @@ wq_add_test(test_storage_db
 target_link_libraries(test_storage_db PRIVATE wq_storagedbsupport)
 
 # Asynchronous write mode: the worker thread of the delegator.
-wq_add_test(test_storage_db_async ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_async.cpp)
+wq_add_test(test_storage_db_async ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_async.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagedb_lostconnection.cpp)
 target_link_libraries(test_storage_db_async PRIVATE wq_storagedbsupport)
 
 # Who frees what: the value array handed over by the cached IO layer; leak checks.
