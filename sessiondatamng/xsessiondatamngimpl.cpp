@@ -1,6 +1,7 @@
 #include "xsessiondatamngimpl.h"
 
 #include "xcomtypes.h"
+#include "xkeywalk.h"
 #include "xsdmerror.h"
 #include "xvalueconversion.h"
 #include "XSimpleCrypt.h"
@@ -121,6 +122,11 @@ HRESULT HandOut(const PairMap& pairs, ULONG* count, tagSESSIONDATAVALUE** list)
     else
         XFreeValueArray(records, size);
     return S_OK;
+}
+
+std::wstring_view KeyText(const wchar_t* key) noexcept
+{
+    return key ? std::wstring_view(key) : std::wstring_view();
 }
 
 bool IsPrefixNoCase(const wchar_t* a, const wchar_t* b)
@@ -305,6 +311,13 @@ HRESULT XSessionDataMngImpl::TransferDataFromTo(LONG dataTypeFrom, LONG dataType
 {
     XSmartThreadBasedCritSectPtr lock(m_lock, kUnit, __LINE__);
     lock.Lock();
+    XKeyWalk walk;
+    return TransferKey(dataTypeFrom, dataTypeTo, keyNameFrom, keyNameTo, walk);
+}
+
+HRESULT XSessionDataMngImpl::TransferKey(LONG dataTypeFrom, LONG dataTypeTo, BSTR keyNameFrom, BSTR keyNameTo,
+                                         XKeyWalk& walk)
+{
     if (dataTypeFrom == 0 || dataTypeTo == 0)
         return S_FALSE;
     const IOPtr from = Find(dataTypeFrom);
@@ -320,15 +333,37 @@ HRESULT XSessionDataMngImpl::TransferDataFromTo(LONG dataTypeFrom, LONG dataType
     if (from->GetSubKeys(keyNameFrom, 0, subKeys.CountAddress(), subKeys.ItemsAddress()) != S_OK)
         return S_FALSE;
     // Sub-keys keep their own paths in the target category; only the top key's values move
-    // from keyNameFrom to keyNameTo.
-    for (ULONG i = 0; i < subKeys.Count(); ++i)
-        TransferDataFromTo(dataTypeFrom, dataTypeTo, subKeys[i], subKeys[i]);
+    // from keyNameFrom to keyNameTo. A sub-key that names a key the walk is already in (a
+    // storage may list a key as its own sub-key) is not entered again.
+    {
+        const XKeyWalk::Step step = walk.Enter(KeyText(keyNameFrom));
+        for (ULONG i = 0; i < subKeys.Count(); ++i)
+        {
+            if (walk.IsIn(KeyText(subKeys[i])))
+                continue;
+            if (walk.AtMaxDepth())
+            {
+                LogWalkTooDeep(subKeys[i]);
+                continue;
+            }
+            TransferKey(dataTypeFrom, dataTypeTo, subKeys[i], subKeys[i], walk);
+        }
+    }
     subKeys.Reset();
 
     XValueArray values;
     if (from->GetStringList(keyNameFrom, values.CountAddress(), values.ItemsAddress()) != S_OK)
         return S_FALSE;
     return to->WriteStringList(keyNameTo, values.Count(), values.Items());
+}
+
+void XSessionDataMngImpl::LogWalkTooDeep(BSTR keyName)
+{
+    XWQComBSTR message(L"TransferDataFromTo does not descend more than 512 levels; not copied: ");
+    message.Append(keyName);
+    XWQError::WriteLineToErrorLogBook(
+        XSdmLocation(kUnit, __LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMngImpl::TransferDataFromTo")),
+        XWQEXCEP::SEV_ERROR, message, XWQComBSTR());
 }
 
 HRESULT XSessionDataMngImpl::ReadText(BSTR keyName, BSTR valueName, LONG dataType, BSTR* text)

@@ -8,6 +8,8 @@
 
 #include <map>
 
+class XKeyWalk;
+
 class XSessionDataMngImpl
 {
 public:
@@ -68,6 +70,9 @@ private:
     IOPtr Exchange(LONG dataType, IOPtr io);
     void ReleaseAll();
     HRESULT ReadText(BSTR keyName, BSTR valueName, LONG dataType, BSTR* text);
+    // TransferDataFromTo's recursion; walk holds the keys it is in.
+    HRESULT TransferKey(LONG dataTypeFrom, LONG dataTypeTo, BSTR keyNameFrom, BSTR keyNameTo, XKeyWalk& walk);
+    static void LogWalkTooDeep(BSTR keyName);
 
     std::map<LONG, IOPtr> m_bindings;
     mutable XThreadBasedCritSect m_lock;

@@ -1,10 +1,13 @@
 #include "xsessiondatastoragereadall.h"
 
 #include "xcomtypes.h"
+#include "xkeywalk.h"
 #include "xsdmerror.h"
 
 #include <comdef.h>
 #include <cstring>
+#include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -93,9 +96,12 @@ HRESULT XReadAllStorageData(IWQ_SessionDataStorage* storage, const char* unit, c
         const HRESULT subKeys = storage->GetSubKeys(bstrRootKeyName, 1, names.CountAddress(), names.ItemsAddress());
         if (subKeys == S_OK)
         {
+            // The root was read above; a storage that lists it (or a key twice) among the
+            // sub-keys does not have it read again.
+            std::set<std::wstring> read{XKeyWalk::Canonical(lowerRoot.c_str())};
             for (ULONG i = 0; i < names.Count(); ++i)
             {
-                if (!names[i])
+                if (!names[i] || !read.insert(XKeyWalk::Canonical(names[i])).second)
                     continue;
                 XValueArray values;
                 if (storage->ReadData(names[i], values.CountAddress(), values.ItemsAddress()) != S_OK)

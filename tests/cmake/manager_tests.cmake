@@ -3,6 +3,7 @@ wq_add_test(test_manager
   ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_routing.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_walk.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_transfer.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_keywalk.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_values.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_lifetime.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_manager_encrypt.cpp

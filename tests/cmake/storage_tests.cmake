@@ -18,5 +18,6 @@ wq_add_test(test_storage_shared
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagereadall.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagemanager.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storageleaks.cpp
-  ${CMAKE_CURRENT_SOURCE_DIR}/test_storageloggedstep.cpp)
-target_link_libraries(test_storage_shared PRIVATE sdm_storage sdm_io wq_storagetestsupport)
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storageloggedstep.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_walkselflisting.cpp)
+target_link_libraries(test_storage_shared PRIVATE sdm_storage sdm_io wq_storagetestsupport wq_storagedoubles)
