@@ -1,6 +1,7 @@
 #include "xsessiondatamng.h"
 
 #include "xcomtypes.h"
+#include "xnamecheck.h"
 #include "xsdmerror.h"
 #include "xsessiondatamngimpl.h"
 
@@ -12,10 +13,15 @@ volatile LONG g_liveManagers = 0;
 // Runs call on the core. A core that cannot be created is reported through CheckPtr at the
 // method's location; whatever the core's code throws (out of memory while copying strings)
 // becomes an HRESULT here instead of crossing the COM boundary.
-template <class Call>
-HRESULT OnCore(unsigned long line, const XWQComBSTR& function, Call&& call) noexcept
+template <class Call, class Check = void (*)(XNameCheck&)>
+HRESULT OnCore(unsigned long line, const XWQComBSTR& function, Call&& call,
+               Check&& check = [](XNameCheck&) {}) noexcept
 {
     return XSdmBoundary(kUnit, line, function, IID_IWQ_SessionDataMng, [&]() -> HRESULT {
+        XNameCheck names(kUnit, line, function, IID_IWQ_SessionDataMng);
+        check(names);
+        if (FAILED(names.Result()))
+            return names.Result();
         XSessionDataMngImpl* core = XSessionDataMngImpl::GetInstance();
         if (!core)
             return XWQError::CheckPtr(XSdmLocation(kUnit, line, function, IID_IWQ_SessionDataMng), core,
@@ -40,6 +46,13 @@ HRESULT CopyValue(const VARIANT& in, XVariant& copy)
 #define XSDM_MNG_CALL(method, ...)                                                                                   \
     OnCore(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMng::" method),                                             \
            [&](XSessionDataMngImpl& core) -> HRESULT { return __VA_ARGS__; })
+
+// The same after the check of the keys and names the method is given (the check expression
+// names the checker "names"): a name with an embedded NUL never reaches the core.
+#define XSDM_MNG_CHECKED_CALL(method, check, ...)                                                                    \
+    OnCore(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMng::" method),                                             \
+           [&](XSessionDataMngImpl& core) -> HRESULT { return __VA_ARGS__; },                                       \
+           [&](XNameCheck& names) { check; })
 
 XSessionDataMng::XSessionDataMng()
 {
@@ -88,46 +101,46 @@ STDMETHODIMP XSessionDataMng::SetStorageIO(IWQ_SessionDataIO* piSessionDataIO, S
 STDMETHODIMP XSessionDataMng::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursive, ULONG* pulCount, BSTR** ppSubKeyList,
                                          SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("GetSubKeys",
+    return XSDM_MNG_CHECKED_CALL("GetSubKeys", names.Key(bstrKeyName),
                          core.GetSubKeys(bstrKeyName, ulRecursive, pulCount, ppSubKeyList, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::GetObjectSubKeys(IUnknown* piObject, BSTR bstrKeyName, ULONG ulRecursive,
                                                ULONG* pulCount, BSTR** ppSubKeyList, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("GetObjectSubKeys", core.GetObjectSubKeys(piObject, bstrKeyName, ulRecursive, pulCount,
+    return XSDM_MNG_CHECKED_CALL("GetObjectSubKeys", names.Key(bstrKeyName), core.GetObjectSubKeys(piObject, bstrKeyName, ulRecursive, pulCount,
                                                                    ppSubKeyList, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::SaveData(SESSIONDATATYPE dataType, BSTR bstrKeyName, BSTR bstrValueName)
 {
-    return XSDM_MNG_CALL("SaveData", core.SaveData(Key(dataType), bstrKeyName, bstrValueName));
+    return XSDM_MNG_CHECKED_CALL("SaveData", names.Key(bstrKeyName).ValueName(bstrValueName), core.SaveData(Key(dataType), bstrKeyName, bstrValueName));
 }
 
 STDMETHODIMP XSessionDataMng::TransferDataFromTo(SESSIONDATATYPE dataTypeForm, SESSIONDATATYPE dataTypeTo,
                                                  BSTR bstrKeyNameFrom, BSTR bstrKeyNameTo)
 {
-    return XSDM_MNG_CALL("TransferDataFromTo", core.TransferDataFromTo(Key(dataTypeForm), Key(dataTypeTo),
+    return XSDM_MNG_CHECKED_CALL("TransferDataFromTo", names.Key(bstrKeyNameFrom).Key(bstrKeyNameTo), core.TransferDataFromTo(Key(dataTypeForm), Key(dataTypeTo),
                                                                        bstrKeyNameFrom, bstrKeyNameTo));
 }
 
 STDMETHODIMP XSessionDataMng::GetData(BSTR bstrKeyName, BSTR bstrValueName, unsigned short varType,
                                       VARIANT* pVariantValue, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("GetData", core.GetData(bstrKeyName, bstrValueName, varType, pVariantValue, Key(dataType)));
+    return XSDM_MNG_CHECKED_CALL("GetData", names.Key(bstrKeyName).ValueName(bstrValueName), core.GetData(bstrKeyName, bstrValueName, varType, pVariantValue, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::GetDataEncrypt(BSTR bstrKeyName, BSTR bstrValueName, unsigned short varType,
                                              VARIANT* pVariantValue, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("GetDataEncrypt",
+    return XSDM_MNG_CHECKED_CALL("GetDataEncrypt", names.Key(bstrKeyName).ValueName(bstrValueName),
                          core.GetDataEncrypt(bstrKeyName, bstrValueName, varType, pVariantValue, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::WriteData(BSTR bstrKeyName, BSTR bstrValueName, VARIANT VariantValue,
                                         SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("WriteData", [&] {
+    return XSDM_MNG_CHECKED_CALL("WriteData", names.Key(bstrKeyName).ValueName(bstrValueName), [&] {
         XVariant copy;
         const HRESULT copied = CopyValue(VariantValue, copy);
         return FAILED(copied) ? copied : core.WriteData(bstrKeyName, bstrValueName, copy.Get(), Key(dataType));
@@ -137,27 +150,27 @@ STDMETHODIMP XSessionDataMng::WriteData(BSTR bstrKeyName, BSTR bstrValueName, VA
 STDMETHODIMP XSessionDataMng::GetStringList(BSTR bstrKeyName, ULONG* pulCount, tagSESSIONDATAVALUE** ppSessionDataList,
                                             SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("GetStringList", core.GetStringList(bstrKeyName, pulCount, ppSessionDataList, Key(dataType)));
+    return XSDM_MNG_CHECKED_CALL("GetStringList", names.Key(bstrKeyName), core.GetStringList(bstrKeyName, pulCount, ppSessionDataList, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::WriteStringList(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pSessionDataList,
                                               SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("WriteStringList",
+    return XSDM_MNG_CHECKED_CALL("WriteStringList", names.Key(bstrKeyName).Records(ulCount, pSessionDataList),
                          core.WriteStringList(bstrKeyName, ulCount, pSessionDataList, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::GetObjectData(IUnknown* piObject, BSTR bstrKeyName, BSTR bstrValueName,
                                             unsigned short varType, VARIANT* pVariantValue, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("GetObjectData", core.GetObjectData(piObject, bstrKeyName, bstrValueName, varType,
+    return XSDM_MNG_CHECKED_CALL("GetObjectData", names.Key(bstrKeyName).ValueName(bstrValueName), core.GetObjectData(piObject, bstrKeyName, bstrValueName, varType,
                                                              pVariantValue, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::WriteObjectData(IUnknown* piObject, BSTR bstrKeyName, BSTR bstrValueName,
                                               VARIANT VariantValue, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("WriteObjectData", [&] {
+    return XSDM_MNG_CHECKED_CALL("WriteObjectData", names.Key(bstrKeyName).ValueName(bstrValueName), [&] {
         XVariant copy;
         const HRESULT copied = CopyValue(VariantValue, copy);
         return FAILED(copied) ? copied
@@ -168,14 +181,14 @@ STDMETHODIMP XSessionDataMng::WriteObjectData(IUnknown* piObject, BSTR bstrKeyNa
 STDMETHODIMP XSessionDataMng::GetObjectStringList(IUnknown* piObject, BSTR bstrKeyName, ULONG* pulCount,
                                                   tagSESSIONDATAVALUE** ppSessionDataList, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("GetObjectStringList", core.GetObjectStringList(piObject, bstrKeyName, pulCount,
+    return XSDM_MNG_CHECKED_CALL("GetObjectStringList", names.Key(bstrKeyName), core.GetObjectStringList(piObject, bstrKeyName, pulCount,
                                                                          ppSessionDataList, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::WriteObjectStringList(IUnknown* piObject, BSTR bstrKeyName, ULONG ulCount,
                                                     tagSESSIONDATAVALUE* pSessionDataList, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("WriteObjectStringList", core.WriteObjectStringList(piObject, bstrKeyName, ulCount,
+    return XSDM_MNG_CHECKED_CALL("WriteObjectStringList", names.Key(bstrKeyName).Records(ulCount, pSessionDataList), core.WriteObjectStringList(piObject, bstrKeyName, ulCount,
                                                                              pSessionDataList, Key(dataType)));
 }
 
@@ -186,12 +199,12 @@ STDMETHODIMP XSessionDataMng::IsInit(SESSIONDATATYPE dataType)
 
 STDMETHODIMP XSessionDataMng::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyName, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("DeleteObjectKey", core.DeleteObjectKey(piObject, bstrKeyName, Key(dataType)));
+    return XSDM_MNG_CHECKED_CALL("DeleteObjectKey", names.Key(bstrKeyName), core.DeleteObjectKey(piObject, bstrKeyName, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::DeleteKey(BSTR bstrKeyName, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("DeleteKey", core.DeleteKey(bstrKeyName, Key(dataType)));
+    return XSDM_MNG_CHECKED_CALL("DeleteKey", names.Key(bstrKeyName), core.DeleteKey(bstrKeyName, Key(dataType)));
 }
 
 // The VB forms go through the object's own interface, so the same routing and reporting apply.
@@ -224,7 +237,7 @@ STDMETHODIMP XSessionDataMng::GetLastErrorAsyncExecution(SESSIONDATATYPE dataTyp
 
 STDMETHODIMP XSessionDataMng::UploadCache(BSTR bstrKeyName, SESSIONDATATYPE dataType)
 {
-    return XSDM_MNG_CALL("UploadCache", core.UploadCache(bstrKeyName, Key(dataType)));
+    return XSDM_MNG_CHECKED_CALL("UploadCache", names.Key(bstrKeyName), core.UploadCache(bstrKeyName, Key(dataType)));
 }
 
 STDMETHODIMP XSessionDataMng::GetStorageType(SESSIONDATATYPE dataType, SDM_STORAGE_TYPE* pStorageType)

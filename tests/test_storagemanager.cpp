@@ -16,7 +16,6 @@
 namespace
 {
 const SESSIONDATATYPE kCategory = static_cast<SESSIONDATATYPE>(4);
-const SESSIONDATAREGKEY kCurrentUser = static_cast<SESSIONDATAREGKEY>(1);
 
 enum class Back
 {
@@ -42,31 +41,6 @@ std::wstring Lower(std::wstring text)
     if (!text.empty())
         ::CharLowerBuffW(&text[0], static_cast<DWORD>(text.size()));
     return text;
-}
-
-XComPtr<IWQ_SessionDataIO> NewLayer(bool cached, IWQ_SessionDataStorage* storage)
-{
-    XComPtr<IWQ_SessionDataIO> io;
-    const HRESULT created =
-        cached ? XCreateComObject<XSessionDataIO>(nullptr, IID_IWQ_SessionDataIO,
-                                                  reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()))
-               : XCreateComObject<XSessionDataIONoCache>(nullptr, IID_IWQ_SessionDataIO,
-                                                         reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()));
-    EXPECT_EQ(S_OK, created);
-    if (io)
-    {
-        EXPECT_EQ(S_OK, io->SetStorage(storage));
-    }
-    return io;
-}
-
-XComPtr<IWQ_SessionDataStorage> NewRegistryStorage(const std::wstring& rootPath)
-{
-    const XComPtr<IWQ_SessionDataStorageReg> reg = NewStorage<XSessionDataStorageReg, IWQ_SessionDataStorageReg>();
-    EXPECT_EQ(S_OK, reg->Initialize(kCurrentUser, XWQComBSTR(rootPath.c_str()), 0));
-    XComPtr<IWQ_SessionDataStorage> storage;
-    reg.As(storage);
-    return storage;
 }
 
 class StorageUnderManagerTest : public ::testing::TestWithParam<Setup>

@@ -20,18 +20,6 @@ namespace
 const SESSIONDATATYPE kEnvironment = static_cast<SESSIONDATATYPE>(4);
 const SESSIONDATATYPE kVolatile = static_cast<SESSIONDATATYPE>(5);
 
-XComPtr<IWQ_SessionDataIO> NewLayer(bool cached, IWQ_SessionDataStorage* storage)
-{
-    XComPtr<IWQ_SessionDataIO> io;
-    if (cached)
-        XCreateComObject<XSessionDataIO>(nullptr, IID_IWQ_SessionDataIO, reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()));
-    else
-        XCreateComObject<XSessionDataIONoCache>(nullptr, IID_IWQ_SessionDataIO,
-                                                reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()));
-    io->SetStorage(storage);
-    return io;
-}
-
 std::wstring Text(const XVariant& value)
 {
     const VARIANT& v = value.Get();

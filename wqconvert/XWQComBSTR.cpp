@@ -235,6 +235,13 @@ BSTR XWQComBSTR::CopyOf(BSTR text)
     return AllocOrThrow(text ? text : L"", ::SysStringLen(text));
 }
 
+XWQComBSTR XWQComBSTR::FromBstr(BSTR text)
+{
+    XWQComBSTR copy;
+    copy.Attach(CopyOf(text));
+    return copy;
+}
+
 int XWQComBSTR::Compare(const XWQComBSTR& other) const noexcept
 {
     return std::wstring_view(c_str(), Length()).compare(std::wstring_view(other.c_str(), other.Length()));

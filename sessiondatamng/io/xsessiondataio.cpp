@@ -25,8 +25,13 @@ HRESULT XSessionDataIO::PutValue(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstr
 
 STDMETHODIMP XSessionDataIO::WriteData(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue)
 {
-    return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataIO::WriteData"), [&]() -> HRESULT {
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::WriteData");
+    return Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
+        const HRESULT checked =
+            Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Value(bstrValue, NulRefusingHolder()).Result();
+        if (FAILED(checked))
+            return checked;
         const HRESULT put = PutValue(bstrKeyName, bstrValueName, bstrValue);
         return put != S_OK ? put : SaveValues(bstrKeyName, bstrValueName);
     });
@@ -36,7 +41,9 @@ STDMETHODIMP XSessionDataIO::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR*
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::GetData");
     return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT checked = CheckPointer(__LINE__, function, pbstrValue);
+        HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+        if (SUCCEEDED(checked))
+            checked = CheckPointer(__LINE__, function, pbstrValue);
         if (FAILED(checked))
             return checked;
         Guard guard(*this, __LINE__);
@@ -67,7 +74,9 @@ STDMETHODIMP XSessionDataIO::GetStringList(BSTR bstrKeyName, ULONG* pulCount, ta
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::GetStringList");
     return Run(__LINE__, function, [&]() -> HRESULT {
-        HRESULT hr = CheckPointer(__LINE__, function, pulCount);
+        HRESULT hr = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (SUCCEEDED(hr))
+            hr = CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
             hr = CheckPointer(__LINE__, function, ppSessionDataList);
         if (FAILED(hr))
@@ -82,8 +91,13 @@ STDMETHODIMP XSessionDataIO::GetStringList(BSTR bstrKeyName, ULONG* pulCount, ta
 
 STDMETHODIMP XSessionDataIO::WriteStringList(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pSessionDataList)
 {
-    return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataIO::WriteStringList"), [&]() -> HRESULT {
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::WriteStringList");
+    return Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
+        const HRESULT checked =
+            Names(__LINE__, function).List(bstrKeyName, ulCount, pSessionDataList, NulRefusingHolder()).Result();
+        if (FAILED(checked))
+            return checked;
         if (ulCount == 0)
             return S_FALSE;
         const HRESULT put = PutValues(bstrKeyName, ulCount, pSessionDataList);
@@ -107,7 +121,11 @@ STDMETHODIMP XSessionDataIO::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursive, ULO
 STDMETHODIMP XSessionDataIO::SaveData(BSTR bstrKeyName, BSTR bstrValueName)
 {
     // Every write has already been stored.
-    return S_OK;
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::SaveData");
+    return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+        return FAILED(checked) ? checked : S_OK;
+    });
 }
 
 STDMETHODIMP XSessionDataIO::FlushCache(SESSIONDATATYPE dataType)

@@ -40,6 +40,7 @@ STDMETHODIMP XSessionDataIOBase::GetLastErrorAsyncExecution(HRESULT* phrAsyncRes
 
 STDMETHODIMP XSessionDataIOBase::UploadCache(BSTR bstrKeyName)
 {
+    // Checked by GetAllData, where the layer's own name is reported.
     Guard guard(*this, __LINE__);
     // The storages hand out their pair arrays from CoTaskMemAlloc: all of it is freed with that
     // allocator's counterpart.
@@ -68,7 +69,7 @@ HRESULT XSessionDataIOBase::PutValue(BSTR bstrKeyName, BSTR bstrValueName, BSTR 
     if (XIsEmptyName(bstrValueName))
         return S_FALSE;
     XValueTable& values = m_table.Get(XLowerName(bstrKeyName)).value;
-    values.Put(XLowerName(bstrValueName), XValueEntry{XWQComBSTR(bstrValue), true});
+    values.Put(XLowerName(bstrValueName), XValueEntry{XWQComBSTR::FromBstr(bstrValue), true});
     return S_OK;
 }
 
@@ -97,7 +98,7 @@ HRESULT XSessionDataIOBase::ReadList(BSTR bstrKeyName, XValueList& list, ULONG* 
     if (hr != S_OK)
         return hr;
     for (ULONG i = 0; i < read.Count(); ++i)
-        list.Put(XTextOf(read[i].bstrValueName), XWQComBSTR(read[i].bstrValue));
+        list.Put(XTextOf(read[i].bstrValueName), XWQComBSTR::FromBstr(read[i].bstrValue));
     if (records)
         *records = read.Count();
     return hr;
@@ -254,9 +255,10 @@ HRESULT XSessionDataIOBase::ForwardSubKeys(unsigned long line, const XWQComBSTR&
                                            ULONG ulRecursive, ULONG* pulCount, BSTR** ppKeyNameList)
 {
     Guard guard(*this, __LINE__);
-    if (!m_storage)
-        return S_FALSE;
-    HRESULT hr = CheckPointer(line, function, pulCount);
+    HRESULT hr = Names(line, function).Key(bstrKeyName).Result();
+    if (FAILED(hr) || !m_storage)
+        return FAILED(hr) ? hr : S_FALSE;
+    hr = CheckPointer(line, function, pulCount);
     if (SUCCEEDED(hr))
         hr = CheckPointer(line, function, ppKeyNameList);
     if (FAILED(hr))
@@ -270,9 +272,10 @@ HRESULT XSessionDataIOBase::ReadAllData(unsigned long line, bool flushFirst, BST
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::GetAllData");
     return Run(line, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
-        if (!m_storage)
-            return S_FALSE;
-        HRESULT hr = CheckPointer(line, function, pulCount);
+        HRESULT hr = Names(line, function).Key(bstrRootKeyName).Result();
+        if (FAILED(hr) || !m_storage)
+            return FAILED(hr) ? hr : S_FALSE;
+        hr = CheckPointer(line, function, pulCount);
         if (SUCCEEDED(hr))
             hr = CheckPointer(line, function, ppKeySessionDataList);
         if (FAILED(hr))
@@ -303,7 +306,8 @@ void XSessionDataIOBase::MergeAllData(const tagKEY_SESSIONDATAVALUE* records, UL
         for (ULONG j = 0; record.pSessionDataValue && j < record.ulCount; ++j)
         {
             const tagSESSIONDATAVALUE& pair = record.pSessionDataValue[j];
-            m_table.Get(key).value.Put(XLowerName(pair.bstrValueName), XValueEntry{XWQComBSTR(pair.bstrValue), false});
+            m_table.Get(key).value.Put(XLowerName(pair.bstrValueName),
+                                       XValueEntry{XWQComBSTR::FromBstr(pair.bstrValue), false});
         }
     }
 }

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "xcomobject.h"
+#include "xnamecheck.h"
 #include "xsdmerror.h"
 #include "xsessiondatamng_h.h"
 #include "xsessiondatavalues.h"
@@ -65,6 +66,14 @@ protected:
     }
     // The pointer check of the error contract (empty message) at this layer's location.
     HRESULT CheckPointer(unsigned long line, const XWQComBSTR& function, const void* pointer) const;
+    // The check of keys, value names and values at this layer's location.
+    XNameCheck Names(unsigned long line, const XWQComBSTR& function) const noexcept
+    {
+        return XNameCheck(m_unit, line, function, m_classId);
+    }
+    // The bound storage's name where it cannot hold a value with a NUL character inside
+    // (registry, environment); null where it can (or none is bound).
+    const wchar_t* NulRefusingHolder() const noexcept { return XStorageRefusesNulValues(m_storageKind); }
 
     // Puts (value, dirty) under the lower-cased key and value name; S_FALSE for an empty value
     // name (nothing changes), else S_OK.

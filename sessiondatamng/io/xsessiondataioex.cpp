@@ -147,6 +147,9 @@ STDMETHODIMP XSessionDataIOEx::WriteObjectData(IUnknown* piObject, BSTR bstrKeyN
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::WriteObjectData");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).ValueName(bstrValueName).Result();
+        if (FAILED(named))
+            return named;
         const HRESULT hr = CheckStorage(__LINE__, function);
         if (FAILED(hr))
             return hr;
@@ -161,6 +164,9 @@ STDMETHODIMP XSessionDataIOEx::GetObjectData(IUnknown* piObject, BSTR bstrKeyNam
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::GetObjectData");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).ValueName(bstrValueName).Result();
+        if (FAILED(named))
+            return named;
         HRESULT hr = CheckPointer(__LINE__, function, pbstrValue);
         if (SUCCEEDED(hr))
             hr = CheckStorage(__LINE__, function);
@@ -200,6 +206,9 @@ STDMETHODIMP XSessionDataIOEx::GetObjectStringList(IUnknown* piObject, BSTR bstr
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::GetObjectStringList");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         HRESULT hr = CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
             hr = CheckPointer(__LINE__, function, ppSessionDataList);
@@ -214,6 +223,9 @@ STDMETHODIMP XSessionDataIOEx::WriteObjectStringList(IUnknown* piObject, BSTR bs
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::WriteObjectStringList");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Records(ulCount, pSessionDataList).Result();
+        if (FAILED(named))
+            return named;
         const HRESULT hr = CheckStorage(__LINE__, function);
         return FAILED(hr) ? hr : m_storageEx->StoreObjectData(piObject, bstrKeyName, ulCount, pSessionDataList);
     });
@@ -224,6 +236,9 @@ STDMETHODIMP XSessionDataIOEx::GetObjectSubKeys(IUnknown* piObject, BSTR bstrKey
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::GetObjectSubKeys");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         HRESULT hr = CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
             hr = CheckPointer(__LINE__, function, ppKeyNameList);
@@ -238,6 +253,9 @@ STDMETHODIMP XSessionDataIOEx::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyN
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::DeleteObjectKey");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         const HRESULT hr = CheckStorage(__LINE__, function);
         return FAILED(hr) ? hr : m_storageEx->DeleteObjectKey(piObject, bstrKeyName);
     });
@@ -247,6 +265,9 @@ STDMETHODIMP XSessionDataIOEx::DeleteKey(BSTR bstrKeyName)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::DeleteKey");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         const HRESULT hr = CheckStorage(__LINE__, function);
         if (FAILED(hr))
             return hr;

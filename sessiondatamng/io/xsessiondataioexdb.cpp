@@ -10,6 +10,18 @@ HRESULT XSessionDataIOExDB::Forward(unsigned long line, const XWQComBSTR& functi
     return root ? call(root) : NoConnection(line, function);
 }
 
+template <class Check, class Call>
+HRESULT XSessionDataIOExDB::ForwardChecked(unsigned long line, const XWQComBSTR& function, Check&& check, Call&& call)
+{
+    // Names are checked before the root is asked; only the report could throw (memory).
+    const HRESULT checked = XSdmBoundary("xsessiondataioexdb", line, function, ObjectClsid(), [&]() -> HRESULT {
+        XNameCheck names("xsessiondataioexdb", line, function, ObjectClsid());
+        check(names);
+        return names.Result();
+    });
+    return FAILED(checked) ? checked : Forward(line, function, std::forward<Call>(call));
+}
+
 HRESULT XSessionDataIOExDB::NoConnection(unsigned long line, const XWQComBSTR& function) noexcept
 {
     try
@@ -46,20 +58,20 @@ STDMETHODIMP XSessionDataIOExDB::SetStorage(IWQ_SessionDataStorage*)
 
 STDMETHODIMP XSessionDataIOExDB::WriteData(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue)
 {
-    return Forward(83, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteData"),
+    return ForwardChecked(83, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteData"), [&](XNameCheck& n) { n.Key(bstrKeyName).ValueName(bstrValueName); },
                    [&](IWQ_SessionDataIOEx* root) { return root->WriteData(bstrKeyName, bstrValueName, bstrValue); });
 }
 
 STDMETHODIMP XSessionDataIOExDB::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR* pbstrValue)
 {
-    return Forward(95, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetData"),
+    return ForwardChecked(95, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetData"), [&](XNameCheck& n) { n.Key(bstrKeyName).ValueName(bstrValueName); },
                    [&](IWQ_SessionDataIOEx* root) { return root->GetData(bstrKeyName, bstrValueName, pbstrValue); });
 }
 
 STDMETHODIMP XSessionDataIOExDB::GetStringList(BSTR bstrKeyName, ULONG* pulCount,
                                                tagSESSIONDATAVALUE** ppSessionDataList)
 {
-    return Forward(69, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetStringList"), [&](IWQ_SessionDataIOEx* root) {
+    return ForwardChecked(69, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetStringList"), [&](XNameCheck& n) { n.Key(bstrKeyName); }, [&](IWQ_SessionDataIOEx* root) {
         return root->GetStringList(bstrKeyName, pulCount, ppSessionDataList);
     });
 }
@@ -67,7 +79,7 @@ STDMETHODIMP XSessionDataIOExDB::GetStringList(BSTR bstrKeyName, ULONG* pulCount
 STDMETHODIMP XSessionDataIOExDB::WriteStringList(BSTR bstrKeyName, ULONG ulCount,
                                                  tagSESSIONDATAVALUE* pSessionDataList)
 {
-    return Forward(57, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteStringList"), [&](IWQ_SessionDataIOEx* root) {
+    return ForwardChecked(57, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteStringList"), [&](XNameCheck& n) { n.Key(bstrKeyName).Records(ulCount, pSessionDataList); }, [&](IWQ_SessionDataIOEx* root) {
         return root->WriteStringList(bstrKeyName, ulCount, pSessionDataList);
     });
 }
@@ -75,7 +87,7 @@ STDMETHODIMP XSessionDataIOExDB::WriteStringList(BSTR bstrKeyName, ULONG ulCount
 STDMETHODIMP XSessionDataIOExDB::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursive, ULONG* pulCount,
                                             BSTR** ppKeyNameList)
 {
-    return Forward(107, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetSubKeys"), [&](IWQ_SessionDataIOEx* root) {
+    return ForwardChecked(107, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetSubKeys"), [&](XNameCheck& n) { n.Key(bstrKeyName); }, [&](IWQ_SessionDataIOEx* root) {
         return root->GetSubKeys(bstrKeyName, ulRecursive, pulCount, ppKeyNameList);
     });
 }
@@ -105,14 +117,14 @@ STDMETHODIMP XSessionDataIOExDB::GetLastErrorAsyncExecution(HRESULT* phrAsyncRes
 
 STDMETHODIMP XSessionDataIOExDB::UploadCache(BSTR bstrKeyName)
 {
-    return Forward(174, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::UploadCache"),
+    return ForwardChecked(174, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::UploadCache"), [&](XNameCheck& n) { n.Key(bstrKeyName); },
                    [&](IWQ_SessionDataIOEx* root) { return root->UploadCache(bstrKeyName); });
 }
 
 STDMETHODIMP XSessionDataIOExDB::GetAllData(BSTR bstrRootKeyName, ULONG* pulCount,
                                             tagKEY_SESSIONDATAVALUE** ppKeySessionDataList)
 {
-    return Forward(186, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetAllData"), [&](IWQ_SessionDataIOEx* root) {
+    return ForwardChecked(186, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetAllData"), [&](XNameCheck& n) { n.Key(bstrRootKeyName); }, [&](IWQ_SessionDataIOEx* root) {
         return root->GetAllData(bstrRootKeyName, pulCount, ppKeySessionDataList);
     });
 }
@@ -126,7 +138,7 @@ STDMETHODIMP XSessionDataIOExDB::GetStorageType(SDM_STORAGE_TYPE* pStorageType)
 STDMETHODIMP XSessionDataIOExDB::WriteObjectData(IUnknown* piObject, BSTR bstrKeyName, BSTR bstrValueName,
                                                  BSTR bstrValue)
 {
-    return Forward(196, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteObjectData"), [&](IWQ_SessionDataIOEx* root) {
+    return ForwardChecked(196, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteObjectData"), [&](XNameCheck& n) { n.Key(bstrKeyName).ValueName(bstrValueName); }, [&](IWQ_SessionDataIOEx* root) {
         return root->WriteObjectData(piObject, bstrKeyName, bstrValueName, bstrValue);
     });
 }
@@ -134,7 +146,7 @@ STDMETHODIMP XSessionDataIOExDB::WriteObjectData(IUnknown* piObject, BSTR bstrKe
 STDMETHODIMP XSessionDataIOExDB::GetObjectData(IUnknown* piObject, BSTR bstrKeyName, BSTR bstrValueName,
                                                BSTR* pbstrValue)
 {
-    return Forward(206, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetObjectData"), [&](IWQ_SessionDataIOEx* root) {
+    return ForwardChecked(206, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetObjectData"), [&](XNameCheck& n) { n.Key(bstrKeyName).ValueName(bstrValueName); }, [&](IWQ_SessionDataIOEx* root) {
         return root->GetObjectData(piObject, bstrKeyName, bstrValueName, pbstrValue);
     });
 }
@@ -142,7 +154,7 @@ STDMETHODIMP XSessionDataIOExDB::GetObjectData(IUnknown* piObject, BSTR bstrKeyN
 STDMETHODIMP XSessionDataIOExDB::GetObjectStringList(IUnknown* piObject, BSTR bstrKeyName, ULONG* pulCount,
                                                      tagSESSIONDATAVALUE** ppSessionDataList)
 {
-    return Forward(216, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetObjectStringList"),
+    return ForwardChecked(216, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetObjectStringList"), [&](XNameCheck& n) { n.Key(bstrKeyName); },
                    [&](IWQ_SessionDataIOEx* root) {
                        return root->GetObjectStringList(piObject, bstrKeyName, pulCount, ppSessionDataList);
                    });
@@ -151,7 +163,7 @@ STDMETHODIMP XSessionDataIOExDB::GetObjectStringList(IUnknown* piObject, BSTR bs
 STDMETHODIMP XSessionDataIOExDB::WriteObjectStringList(IUnknown* piObject, BSTR bstrKeyName, ULONG ulCount,
                                                        tagSESSIONDATAVALUE* pSessionDataList)
 {
-    return Forward(226, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteObjectStringList"),
+    return ForwardChecked(226, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::WriteObjectStringList"), [&](XNameCheck& n) { n.Key(bstrKeyName).Records(ulCount, pSessionDataList); },
                    [&](IWQ_SessionDataIOEx* root) {
                        return root->WriteObjectStringList(piObject, bstrKeyName, ulCount, pSessionDataList);
                    });
@@ -160,20 +172,20 @@ STDMETHODIMP XSessionDataIOExDB::WriteObjectStringList(IUnknown* piObject, BSTR 
 STDMETHODIMP XSessionDataIOExDB::GetObjectSubKeys(IUnknown* piObject, BSTR bstrKeyName, ULONG ulRecursive,
                                                   ULONG* pulCount, BSTR** ppKeyNameList)
 {
-    return Forward(236, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetObjectSubKeys"), [&](IWQ_SessionDataIOEx* root) {
+    return ForwardChecked(236, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::GetObjectSubKeys"), [&](XNameCheck& n) { n.Key(bstrKeyName); }, [&](IWQ_SessionDataIOEx* root) {
         return root->GetObjectSubKeys(piObject, bstrKeyName, ulRecursive, pulCount, ppKeyNameList);
     });
 }
 
 STDMETHODIMP XSessionDataIOExDB::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyName)
 {
-    return Forward(246, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::DeleteObjectKey"),
+    return ForwardChecked(246, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::DeleteObjectKey"), [&](XNameCheck& n) { n.Key(bstrKeyName); },
                    [&](IWQ_SessionDataIOEx* root) { return root->DeleteObjectKey(piObject, bstrKeyName); });
 }
 
 STDMETHODIMP XSessionDataIOExDB::DeleteKey(BSTR bstrKeyName)
 {
-    return Forward(256, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::DeleteKey"),
+    return ForwardChecked(256, XSDM_FUNCTION_NAME(L"XSessionDataIOExDB::DeleteKey"), [&](XNameCheck& n) { n.Key(bstrKeyName); },
                    [&](IWQ_SessionDataIOEx* root) { return root->DeleteKey(bstrKeyName); });
 }
 

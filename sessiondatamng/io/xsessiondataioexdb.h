@@ -7,6 +7,7 @@
 #pragma once
 
 #include "xcomobject.h"
+#include "xnamecheck.h"
 #include "xsdmerror.h"
 #include "xsessiondatamng_h.h"
 
@@ -63,6 +64,9 @@ private:
     // call(root) when a root is set; else the connection error reported for function at line.
     template <class Call>
     HRESULT Forward(unsigned long line, const XWQComBSTR& function, Call&& call);
+    // Forward once check(XNameCheck&) has passed the keys and names; else the check's failure.
+    template <class Check, class Call>
+    HRESULT ForwardChecked(unsigned long line, const XWQComBSTR& function, Check&& check, Call&& call);
     static HRESULT NoConnection(unsigned long line, const XWQComBSTR& function) noexcept;
 
     XComPtr<IWQ_SessionDataIOEx> m_root;

@@ -22,8 +22,13 @@ XSessionDataIONoCache::XSessionDataIONoCache() noexcept : XSessionDataIOBase(kUn
 
 STDMETHODIMP XSessionDataIONoCache::WriteData(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue)
 {
-    return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::WriteData"), [&]() -> HRESULT {
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::WriteData");
+    return Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
+        const HRESULT checked =
+            Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Value(bstrValue, NulRefusingHolder()).Result();
+        if (FAILED(checked))
+            return checked;
         const HRESULT put = PutValue(bstrKeyName, bstrValueName, bstrValue);
         if (put != S_OK)
             return put;
@@ -34,7 +39,11 @@ STDMETHODIMP XSessionDataIONoCache::WriteData(BSTR bstrKeyName, BSTR bstrValueNa
 
 STDMETHODIMP XSessionDataIONoCache::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR* pbstrValue)
 {
-    return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::GetData"), [&]() -> HRESULT {
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::GetData");
+    return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+        if (FAILED(checked))
+            return checked;
         Guard guard(*this, __LINE__);
         if (XIsEmptyName(bstrValueName))
             return S_FALSE;
@@ -59,7 +68,9 @@ STDMETHODIMP XSessionDataIONoCache::GetStringList(BSTR bstrKeyName, ULONG* pulCo
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::GetStringList");
     return Run(__LINE__, function, [&]() -> HRESULT {
-        HRESULT hr = CheckPointer(__LINE__, function, pulCount);
+        HRESULT hr = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (SUCCEEDED(hr))
+            hr = CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
             hr = CheckPointer(__LINE__, function, ppSessionDataList);
         if (FAILED(hr))
@@ -76,8 +87,13 @@ STDMETHODIMP XSessionDataIONoCache::GetStringList(BSTR bstrKeyName, ULONG* pulCo
 STDMETHODIMP XSessionDataIONoCache::WriteStringList(BSTR bstrKeyName, ULONG ulCount,
                                                     tagSESSIONDATAVALUE* pSessionDataList)
 {
-    return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::WriteStringList"), [&]() -> HRESULT {
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::WriteStringList");
+    return Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
+        const HRESULT checked =
+            Names(__LINE__, function).List(bstrKeyName, ulCount, pSessionDataList, NulRefusingHolder()).Result();
+        if (FAILED(checked))
+            return checked;
         EmptiedOnExit emptied(m_table);
         if (ulCount == 0)
             return S_FALSE;
@@ -100,7 +116,11 @@ STDMETHODIMP XSessionDataIONoCache::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursi
 
 STDMETHODIMP XSessionDataIONoCache::SaveData(BSTR bstrKeyName, BSTR bstrValueName)
 {
-    return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::SaveData"), [&]() -> HRESULT {
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::SaveData");
+    return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+        if (FAILED(checked))
+            return checked;
         Guard guard(*this, __LINE__);
         const XLowerName key(bstrKeyName);
         XKeyTable::Entry* cached = m_table.Find(key);

@@ -20,3 +20,10 @@ enum XStorageKind : ULONG
 // IWQ_SessionDataStorageEnv (4) and IWQ_SessionDataStorageVolatile (5); the first interface the
 // storage has decides. None of them: 1. No storage: 0.
 XStorageKind XClassifyStorage(IWQ_SessionDataStorage* storage) noexcept;
+
+// The name of a kind of storage that cannot hold a NUL character inside a value ("registry",
+// "environment": both keep values as zero-terminated text); null for the other kinds.
+inline const wchar_t* XStorageRefusesNulValues(ULONG kind) noexcept
+{
+    return kind == XSTORAGE_REGISTRY ? L"registry" : kind == XSTORAGE_ENVIRONMENT ? L"environment" : nullptr;
+}

@@ -2,6 +2,7 @@
 
 #include "wqcomfunctor.h"
 #include "xcomtypes.h"
+#include "xnamecheck.h"
 #include "xsdmerror.h"
 #include "xsessiondatavalues.h"
 
@@ -28,6 +29,11 @@ using DeleteKeyCall = WQComFunctor::XFunP1<IWQ_SessionDataIOEx, &IWQ_SessionData
 WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
 {
     return XSdmLocation(kUnit, line, function, XSessionDataStorageDb::ObjectClsid());
+}
+
+XNameCheck Names(unsigned long line, const XWQComBSTR& function)
+{
+    return XNameCheck(kUnit, line, function, XSessionDataStorageDb::ObjectClsid());
 }
 
 // Both out pointers of a read, checked by the pointer check and cleared.
@@ -209,6 +215,9 @@ STDMETHODIMP XSessionDataStorageDb::StoreData(BSTR bstrKeyName, ULONG ulCount, t
     const bool takesArray = UserProfile();
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::StoreData");
     const HRESULT hr = Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pValueList).Result();
+        if (FAILED(named))
+            return named;
         return Write(
             __LINE__, function, bstrKeyName, kPipedWrite,
             [&](IWQ_SessionDataIOEx* root, BSTR key) { return root->WriteStringList(key, ulCount, pValueList); },
@@ -223,6 +232,9 @@ STDMETHODIMP XSessionDataStorageDb::DeleteKey(BSTR bstrKeyName)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::DeleteKey");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         return Write(
             __LINE__, function, bstrKeyName, kPipedDelete,
             [&](IWQ_SessionDataIOEx* root, BSTR key) { return root->DeleteKey(key); },
@@ -234,6 +246,9 @@ STDMETHODIMP XSessionDataStorageDb::ReadData(BSTR bstrKeyName, ULONG* pulCount, 
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::ReadData");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         // Pending asynchronous writes are not run first: a read may not see them yet.
         return Read<XValueArray>(__LINE__, function, pulCount, ppValueList,
                                  [&](IWQ_SessionDataIOEx* root, XValueArray& list) {
@@ -249,6 +264,9 @@ STDMETHODIMP XSessionDataStorageDb::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursi
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::GetSubKeys");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         return Read<XBstrArray>(__LINE__, function, pulCount, ppKeyNameList,
                                 [&](IWQ_SessionDataIOEx* root, XBstrArray& names) -> HRESULT {
                                     if (m_rootKey.IsEmpty())
@@ -271,6 +289,9 @@ STDMETHODIMP XSessionDataStorageDb::ReadAllData(BSTR bstrRootKeyName, ULONG* pul
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::ReadAllData");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrRootKeyName).Result();
+        if (FAILED(named))
+            return named;
         return Read<XKeyValueArray>(
             __LINE__, function, pulCount, ppKeySessionDataList,
             [&](IWQ_SessionDataIOEx* root, XKeyValueArray& records) -> HRESULT {
@@ -329,6 +350,9 @@ STDMETHODIMP XSessionDataStorageDb::StoreObjectData(IUnknown* piObject, BSTR bst
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::StoreObjectData");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pValueList).Result();
+        if (FAILED(named))
+            return named;
         IWQ_SessionDataIOEx* root = CheckedRoot(__LINE__, function);
         XWQComBSTR full;
         return root->WriteObjectStringList(piObject, RootSideKey(bstrKeyName, full), ulCount, pValueList);
@@ -340,6 +364,9 @@ STDMETHODIMP XSessionDataStorageDb::ReadObjectData(IUnknown* piObject, BSTR bstr
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::ReadObjectData");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         return Read<XValueArray>(__LINE__, function, pulCount, ppValueList,
                                  [&](IWQ_SessionDataIOEx* root, XValueArray& list) {
                                      XWQComBSTR full;
@@ -354,6 +381,9 @@ STDMETHODIMP XSessionDataStorageDb::GetObjectSubKeys(IUnknown* piObject, BSTR bs
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::GetObjectSubKeys");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         // Object sub-key names come back as the root gives them.
         return Read<XBstrArray>(__LINE__, function, pulCount, ppKeyNameList,
                                 [&](IWQ_SessionDataIOEx* root, XBstrArray& names) {
@@ -369,6 +399,9 @@ STDMETHODIMP XSessionDataStorageDb::DeleteObjectKey(IUnknown* piObject, BSTR bst
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::DeleteObjectKey");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         IWQ_SessionDataIOEx* root = CheckedRoot(__LINE__, function);
         XWQComBSTR full;
         return root->DeleteObjectKey(piObject, RootSideKey(bstrKeyName, full));
@@ -392,6 +425,9 @@ STDMETHODIMP XSessionDataStorageDb::SetRootKey(BSTR bstrRootKey)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::SetRootKey");
     return Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Names(__LINE__, function).Key(bstrRootKey).Result();
+        if (FAILED(named))
+            return named;
         XWQComBSTR key(bstrRootKey);
         if (!key.IsEmpty())
         {

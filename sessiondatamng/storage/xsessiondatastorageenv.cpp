@@ -1,5 +1,6 @@
 #include "xsessiondatastorageenv.h"
 
+#include "xnamecheck.h"
 #include "xsdmerror.h"
 #include "xsessiondatastoragereadall.h"
 
@@ -39,6 +40,11 @@ const XWQComBSTR& GetListOfEnvValuesName()
 WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
 {
     return XSdmLocation(kUnit, line, function, XSessionDataStorageEnv::ObjectClsid());
+}
+
+XNameCheck Names(unsigned long line, const XWQComBSTR& function)
+{
+    return XNameCheck(kUnit, line, function, XSessionDataStorageEnv::ObjectClsid());
 }
 
 // The process environment block, released when the owner goes; a failed release is logged.
@@ -132,6 +138,9 @@ STDMETHODIMP XSessionDataStorageEnv::StoreData(BSTR bstrKeyName, ULONG ulCount, 
     return XSdmBoundary(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
         if (ulCount > 0 && !pValueList)
             return XWQError::CheckPtr(Where(__LINE__, function), pValueList, XWQComBSTR());
+        const HRESULT named = Names(__LINE__, function).List(bstrKeyName, ulCount, pValueList, L"environment").Result();
+        if (FAILED(named))
+            return named;
         return StoreData(XWQComBSTR(bstrKeyName), XPairsFromRecords(ulCount, pValueList));
     });
 }
@@ -144,6 +153,9 @@ STDMETHODIMP XSessionDataStorageEnv::ReadData(BSTR bstrKeyName, ULONG* pulCount,
             return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
         *pulCount = 0;
         *ppValueList = nullptr;
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         XStoragePairs pairs;
         const HRESULT hr = ReadData(XWQComBSTR(bstrKeyName), pairs);
         if (hr == S_OK)
@@ -161,6 +173,9 @@ STDMETHODIMP XSessionDataStorageEnv::GetSubKeys(BSTR bstrKeyName, ULONG ulRecurs
             return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
         *pulCount = 0;
         *ppKeyNameList = nullptr;
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         XStorageKeyNames names;
         const HRESULT hr = GetSubKeys(XWQComBSTR(bstrKeyName), ulRecursive, names);
         if (hr == S_OK)

@@ -2,6 +2,7 @@
 
 #include "xcomtypes.h"
 #include "xkeywalk.h"
+#include "xnamecheck.h"
 #include "xsdmerror.h"
 
 #include <comdef.h>
@@ -82,6 +83,9 @@ HRESULT XReadAllStorageData(IWQ_SessionDataStorage* storage, const char* unit, c
         if (!pulCount || !ppKeySessionDataList)
             return XWQError::CheckPtr(XSdmLocation(unit, __LINE__, function, classId), nullptr, XWQComBSTR());
         *pulCount = 0;
+        const HRESULT named = XNameCheck(unit, __LINE__, function, classId).Key(bstrRootKeyName).Result();
+        if (FAILED(named))
+            return named;
 
         KeyRecords records;
         XWQComBSTR lowerRoot(bstrRootKeyName);

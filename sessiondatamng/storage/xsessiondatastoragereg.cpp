@@ -1,5 +1,6 @@
 #include "xsessiondatastoragereg.h"
 
+#include "xnamecheck.h"
 #include "xsdmerror.h"
 #include "xsessiondatastoragereadall.h"
 #include "xstorageloggedstep.h"
@@ -56,6 +57,11 @@ const XWQComBSTR& ReadAllDataName()
 WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
 {
     return XSdmLocation(kUnit, line, function, XSessionDataStorageReg::ObjectClsid());
+}
+
+XNameCheck Names(unsigned long line, const XWQComBSTR& function)
+{
+    return XNameCheck(kUnit, line, function, XSessionDataStorageReg::ObjectClsid());
 }
 
 // A failed registry call, reported through the API-error path with the message that says which
@@ -166,6 +172,9 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
         m_appKey.Reset();
         m_hive = nullptr;
 
+        const HRESULT named = Names(__LINE__, function).Key(bstrAppRootKey).Result();
+        if (FAILED(named))
+            return named;
         HKEY hive = HiveOf(static_cast<LONG>(keyType));
         const XWQComBSTR root(bstrAppRootKey);
         if (!hive || root.IsEmpty())
@@ -207,6 +216,9 @@ STDMETHODIMP XSessionDataStorageReg::StoreData(BSTR bstrKeyName, ULONG ulCount, 
             return NotInitialized(__LINE__, function);
         if (ulCount > 0 && !pValueList)
             return XWQError::CheckPtr(Where(__LINE__, function), pValueList, XWQComBSTR());
+        const HRESULT named = Names(__LINE__, function).List(bstrKeyName, ulCount, pValueList, L"registry").Result();
+        if (FAILED(named))
+            return named;
         return StoreData(XWQComBSTR(bstrKeyName), XPairsFromRecords(ulCount, pValueList));
     });
 }
@@ -221,6 +233,9 @@ STDMETHODIMP XSessionDataStorageReg::ReadData(BSTR bstrKeyName, ULONG* pulCount,
             return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
         *pulCount = 0;
         *ppValueList = nullptr;
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         XStoragePairs pairs;
         const HRESULT hr = ReadData(XWQComBSTR(bstrKeyName), pairs);
         if (hr == S_OK)
@@ -240,6 +255,9 @@ STDMETHODIMP XSessionDataStorageReg::GetSubKeys(BSTR bstrKeyName, ULONG ulRecurs
             return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
         *pulCount = 0;
         *ppKeyNameList = nullptr;
+        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        if (FAILED(named))
+            return named;
         XStorageKeyNames names;
         const HRESULT hr = GetSubKeys(XWQComBSTR(bstrKeyName), ulRecursive, names);
         if (hr == S_OK)

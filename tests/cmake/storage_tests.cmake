@@ -21,3 +21,8 @@ wq_add_test(test_storage_shared
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storageloggedstep.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_walkselflisting.cpp)
 target_link_libraries(test_storage_shared PRIVATE sdm_storage sdm_io wq_storagetestsupport wq_storagedoubles)
+
+# Keys, names and values with an embedded NUL character, through the manager, every access
+# layer and every storage.
+wq_add_test(test_embedded_nul ${CMAKE_CURRENT_SOURCE_DIR}/test_embeddednul.cpp)
+target_link_libraries(test_embedded_nul PRIVATE wq_storagedbsupport)

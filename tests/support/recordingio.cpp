@@ -12,6 +12,16 @@ std::string Narrow(const wchar_t* text)
     return out;
 }
 
+std::string NarrowBstr(BSTR text)
+{
+    if (!text)
+        return "<null>";
+    std::string out;
+    for (UINT i = 0; i < ::SysStringLen(text); ++i)
+        out += text[i] == L'\0' ? std::string("\\0") : std::string(1, text[i] < 128 ? static_cast<char>(text[i]) : '?');
+    return out;
+}
+
 namespace
 {
 std::wstring W(const wchar_t* text)

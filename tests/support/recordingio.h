@@ -79,5 +79,7 @@ private:
     SDM_STORAGE_TYPE m_storageType = static_cast<SDM_STORAGE_TYPE>(5);
 };
 
-// Narrow text of a BSTR for call records ("<null>" for a null BSTR).
+// Narrow text of a string for call records ("<null>" for a null string), up to its first NUL.
 std::string Narrow(const wchar_t* text);
+// The same for the whole of a BSTR: an embedded NUL character shows as "\0".
+std::string NarrowBstr(BSTR text);

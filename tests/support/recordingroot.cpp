@@ -6,7 +6,7 @@ std::string RootPairsText(ULONG count, const tagSESSIONDATAVALUE* list)
 {
     std::string out;
     for (ULONG i = 0; list && i < count; ++i)
-        out += (i ? ";" : "") + Narrow(list[i].bstrValueName) + "=" + Narrow(list[i].bstrValue);
+        out += (i ? ";" : "") + NarrowBstr(list[i].bstrValueName) + "=" + NarrowBstr(list[i].bstrValue);
     return out;
 }
 

@@ -2,6 +2,9 @@
 
 #include "testenv.h"
 #include "xcomtypes.h"
+#include "xsessiondataio.h"
+#include "xsessiondataionocache.h"
+#include "xsessiondatastoragereg.h"
 
 #include <gtest/gtest.h>
 #include <sddl.h>
@@ -342,4 +345,29 @@ std::string Utf8(const std::wstring& text)
     std::string out(static_cast<size_t>(needed), '\0');
     ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &out[0], needed, nullptr, nullptr);
     return out;
+}
+
+XComPtr<IWQ_SessionDataIO> NewLayer(bool cached, IWQ_SessionDataStorage* storage)
+{
+    XComPtr<IWQ_SessionDataIO> io;
+    const HRESULT created =
+        cached ? XCreateComObject<XSessionDataIO>(nullptr, IID_IWQ_SessionDataIO,
+                                                  reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()))
+               : XCreateComObject<XSessionDataIONoCache>(nullptr, IID_IWQ_SessionDataIO,
+                                                         reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()));
+    EXPECT_EQ(S_OK, created);
+    if (io)
+    {
+        EXPECT_EQ(S_OK, io->SetStorage(storage));
+    }
+    return io;
+}
+
+XComPtr<IWQ_SessionDataStorage> NewRegistryStorage(const std::wstring& rootPath)
+{
+    const XComPtr<IWQ_SessionDataStorageReg> reg = NewStorage<XSessionDataStorageReg, IWQ_SessionDataStorageReg>();
+    EXPECT_EQ(S_OK, reg->Initialize(static_cast<SESSIONDATAREGKEY>(1), XWQComBSTR(rootPath.c_str()), 0));
+    XComPtr<IWQ_SessionDataStorage> storage;
+    reg.As(storage);
+    return storage;
 }

@@ -130,6 +130,11 @@ KeyRecordsResult ReadAll(IWQ_SessionDataStorage* storage, const wchar_t* root);
 bool LogHas(const std::vector<std::string>& texts);
 std::string Utf8(const std::wstring& text);
 
+// A cached (XSessionDataIO) or uncached (XSessionDataIONoCache) access layer over storage.
+XComPtr<IWQ_SessionDataIO> NewLayer(bool cached, IWQ_SessionDataStorage* storage);
+// A registry storage initialised below HKEY_CURRENT_USER\rootPath.
+XComPtr<IWQ_SessionDataStorage> NewRegistryStorage(const std::wstring& rootPath);
+
 // A new storage of class T, asked for interface I.
 template <class T, class I = IWQ_SessionDataStorage>
 XComPtr<I> NewStorage()

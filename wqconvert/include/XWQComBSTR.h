@@ -55,6 +55,9 @@ public:
     BSTR Copy() const;
     // The same for a BSTR that no wrapper holds (null is the empty text).
     static BSTR CopyOf(BSTR text);
+    // A wrapper of a copy of the whole of a BSTR, embedded NUL characters included (the
+    // constructor from const wchar_t* stops at the first NUL).
+    static XWQComBSTR FromBstr(BSTR text);
     std::wstring ToWString() const { return std::wstring(c_str(), Length()); }
 
     // Ordinal comparison of the texts (<0, 0, >0).
