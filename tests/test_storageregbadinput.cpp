@@ -90,11 +90,26 @@ TEST_F(RegistryStorageTest, AKeyOf32LevelsIsStoredListedAndRead)
     EXPECT_EQ(key, names.names.back());
 }
 
-TEST_F(RegistryStorageTest, AKeyDeeperThan32LevelsIsRefusedAndNothingIsCreated)
+TEST_F(RegistryStorageTest, AKeyDeeperThanOneRegistryCallCreatesIsStoredListedAndRead)
 {
     ASSERT_EQ(S_OK, Init());
-    EXPECT_EQ(E_INVALIDARG, StorePairs(Base(), DeepKey(33, L"/").c_str(), {{L"v", L"1"}}));
-    EXPECT_EQ(L"XSessionDataStorageReg::StoreData -> Key path deeper than 32 levels", TakeErrorInfo().description);
+    const std::wstring key = DeepKey(300, L"/");
+    ASSERT_EQ(S_OK, StorePairs(Base(), key.c_str(), {{L"v", L"deeper"}}));
+    EXPECT_EQ(L"deeper", Raw::StringValue(HKEY_CURRENT_USER, root.Below(DeepKey(300, L"\\")), L"v"));
+    EXPECT_EQ((Pairs{{L"v", L"deeper"}}), ReadPairs(Base(), key.c_str()).pairs);
+    const NamesResult names = ReadSubKeys(Base(), L"", 1);
+    ASSERT_EQ(300u, names.names.size());
+    EXPECT_EQ(key, names.names.back());
+}
+
+TEST_F(RegistryStorageTest, AKeyThatWouldMakeTheTreeDeeperThan512LevelsIsRefusedAndNothingIsCreated)
+{
+    ASSERT_EQ(S_OK, Init());
+    // The root key of the test is two levels below the hive (Software\<name>).
+    EXPECT_EQ(S_OK, StorePairs(Base(), DeepKey(510, L"/").c_str(), {{L"v", L"1"}}));
+    Raw::DeleteTree(HKEY_CURRENT_USER, root.Below(L"d0"));
+    EXPECT_EQ(E_INVALIDARG, StorePairs(Base(), DeepKey(511, L"/").c_str(), {{L"v", L"1"}}));
+    EXPECT_EQ(L"XSessionDataStorageReg::StoreData -> Key path deeper than 512 levels", TakeErrorInfo().description);
     EXPECT_TRUE(Raw::SubKeyNames(HKEY_CURRENT_USER, root.Path()).empty());
 }
 
@@ -112,10 +127,18 @@ TEST_F(RegistryStorageTest, RootKeysPastTheRegistryLimitsAreRefusedByInitialize)
     EXPECT_EQ(L"XSessionDataStorageReg::Initialize -> Key name longer than 255 characters",
               TakeErrorInfo().description);
     EXPECT_EQ(E_INVALIDARG, storage->Initialize(Hive(kCurrentUser),
-                                                XWQComBSTR((root.Path() + L"\\" + DeepKey(31, L"\\")).c_str()), 0));
-    EXPECT_EQ(L"XSessionDataStorageReg::Initialize -> Key path deeper than 32 levels", TakeErrorInfo().description);
+                                                XWQComBSTR((root.Path() + L"\\" + DeepKey(511, L"\\")).c_str()), 0));
+    EXPECT_EQ(L"XSessionDataStorageReg::Initialize -> Key path deeper than 512 levels", TakeErrorInfo().description);
     EXPECT_FALSE(Raw::KeyExists(HKEY_CURRENT_USER, root.Path()));
     EXPECT_EQ(kNotInitialized, ReadPairs(Base(), L"").hr);
+}
+
+TEST_F(RegistryStorageTest, ARootKeyDeeperThanOneRegistryCallCreatesIsCreatedByInitialize)
+{
+    const std::wstring deepRoot = root.Path() + L"\\" + DeepKey(40, L"\\");
+    ASSERT_EQ(S_OK, storage->Initialize(Hive(kCurrentUser), XWQComBSTR(deepRoot.c_str()), 0));
+    ASSERT_EQ(S_OK, StorePairs(Base(), L"k", {{L"v", L"1"}}));
+    EXPECT_EQ(L"1", Raw::StringValue(HKEY_CURRENT_USER, deepRoot + L"\\k", L"v"));
 }
 
 TEST_F(RegistryStorageTest, NamesWithSpacesAndNonAsciiCharactersGoThrough)

@@ -5,6 +5,9 @@
 #include "xsessiondatastoragereadall.h"
 #include "xstorageloggedstep.h"
 
+#include <algorithm>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,11 +24,13 @@ constexpr REGSAM kReadAccess = KEY_READ | KEY_WOW64_64KEY;
 constexpr REGSAM kReadWriteAccess = kReadAccess | KEY_WRITE;
 constexpr REGSAM kStoreAccess = 0x2001F;
 
-// The registry's own limits. A key of more levels than one registry call creates at a time
-// is refused as well, so that a write either creates its whole key or nothing.
+// The registry's own limits: a name of 255 characters, a value name of 16,383, a tree 512
+// levels deep counted from the hive. One registry call creates at most 32 levels (Windows
+// refuses more; Wine does not): deeper keys are created in steps of that many.
 constexpr UINT kMaxKeyNameLength = 255;
 constexpr UINT kMaxValueNameLength = 16383;
-constexpr UINT kMaxNewLevels = 32;
+constexpr UINT kMaxTreeDepth = 512;
+constexpr UINT kMaxLevelsPerCall = 32;
 
 // The report of an Initialize that could neither open nor create the root key.
 const wchar_t kInitializeFailed[] = L"XSessionDataStorageReg::Initialize -> "
@@ -77,26 +82,56 @@ HRESULT InvalidArgument(unsigned long line, const XWQComBSTR& function, const wc
     return XWQError::SetComAppError(Where(line, function), E_INVALIDARG, XWQComBSTR(message), XWQComBSTR());
 }
 
-// Why a registry path ("\\" separators) cannot be created in one call, or null when it can.
-const wchar_t* PathProblem(const XWQComBSTR& path, const wchar_t* tooLong, const wchar_t* tooDeep)
+// The names of a registry path ("\\" separators); empty names between separators are no level.
+std::vector<std::wstring_view> Levels(const XWQComBSTR& path)
 {
-    UINT levels = 0;
-    UINT length = 0;
-    const wchar_t* text = path.c_str();
-    for (UINT i = 0; i <= path.Length(); ++i)
+    std::vector<std::wstring_view> levels;
+    const std::wstring_view text(path.c_str(), path.Length());
+    size_t start = 0;
+    while (start <= text.size())
     {
-        if (i < path.Length() && text[i] != L'\\')
-        {
-            ++length;
-            continue;
-        }
-        if (length > kMaxKeyNameLength)
-            return tooLong;
-        if (length > 0)
-            ++levels;
-        length = 0;
+        const size_t end = std::min(text.find(L'\\', start), text.size());
+        if (end > start)
+            levels.push_back(text.substr(start, end - start));
+        start = end + 1;
     }
-    return levels > kMaxNewLevels ? tooDeep : nullptr;
+    return levels;
+}
+
+// Why a registry path cannot be held (a name too long, more levels than maxLevels), or null.
+const wchar_t* PathProblem(const std::vector<std::wstring_view>& levels, UINT maxLevels, const wchar_t* tooLong,
+                           const wchar_t* tooDeep)
+{
+    for (const std::wstring_view level : levels)
+    {
+        if (level.size() > kMaxKeyNameLength)
+            return tooLong;
+    }
+    return levels.size() > maxLevels ? tooDeep : nullptr;
+}
+
+// Creates (or opens) the key of levels below parent, in calls of at most kMaxLevelsPerCall
+// levels each; the last call's key is the result.
+LONG CreateKeyPath(HKEY parent, const std::vector<std::wstring_view>& levels, DWORD options, REGSAM access,
+                   XRegistryKey& key)
+{
+    XRegistryKey reached;
+    HKEY at = parent;
+    for (size_t first = 0; first < levels.size(); first += kMaxLevelsPerCall)
+    {
+        std::wstring step;
+        for (size_t i = first; i < std::min(levels.size(), first + kMaxLevelsPerCall); ++i)
+            step.append(step.empty() ? L"" : L"\\").append(levels[i]);
+        XRegistryKey next;
+        const LONG result = ::RegCreateKeyExW(at, step.c_str(), 0, const_cast<LPWSTR>(L""), options, access, nullptr,
+                                              next.ReleaseAndGetAddressOf(), nullptr);
+        if (result != ERROR_SUCCESS)
+            return result;
+        reached = std::move(next);
+        at = reached.Get();
+    }
+    key = std::move(reached);
+    return ERROR_SUCCESS;
 }
 
 // key with every "/" turned into "\\", as the registry calls want it.
@@ -179,9 +214,11 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
         const XWQComBSTR root(bstrAppRootKey);
         if (!hive || root.IsEmpty())
             return E_FAIL;
+        const std::vector<std::wstring_view> rootLevels = Levels(root);
         if (const wchar_t* problem =
-                PathProblem(root, L"XSessionDataStorageReg::Initialize -> Key name longer than 255 characters",
-                            L"XSessionDataStorageReg::Initialize -> Key path deeper than 32 levels"))
+                PathProblem(rootLevels, kMaxTreeDepth,
+                            L"XSessionDataStorageReg::Initialize -> Key name longer than 255 characters",
+                            L"XSessionDataStorageReg::Initialize -> Key path deeper than 512 levels"))
             return InvalidArgument(__LINE__, function, problem);
 
         XRegistryKey appKey;
@@ -193,8 +230,7 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
             if (ulVolatileKey != 0)
                 m_volatileOption = REG_OPTION_VOLATILE;
             const HRESULT step = XLoggedStep(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
-                result = ::RegCreateKeyExW(hive, root.c_str(), 0, const_cast<LPWSTR>(L""), m_volatileOption,
-                                           kReadWriteAccess, nullptr, appKey.ReleaseAndGetAddressOf(), nullptr);
+                result = CreateKeyPath(hive, rootLevels, m_volatileOption, kReadWriteAccess, appKey);
                 return S_OK;
             });
             if (step != S_OK)
@@ -204,6 +240,7 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
         }
         m_hive = hive;
         m_appKey = std::move(appKey);
+        m_rootLevels = static_cast<UINT>(rootLevels.size());
         return S_OK;
     });
 }
@@ -415,15 +452,16 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
     if (!key.IsEmpty())
     {
         const XWQComBSTR path = RegistryPath(key);
+        const std::vector<std::wstring_view> levels = Levels(path);
         if (const wchar_t* problem =
-                PathProblem(path, L"XSessionDataStorageReg::StoreData -> Key name longer than 255 characters",
-                            L"XSessionDataStorageReg::StoreData -> Key path deeper than 32 levels"))
+                PathProblem(levels, kMaxTreeDepth - std::min(m_rootLevels, kMaxTreeDepth),
+                            L"XSessionDataStorageReg::StoreData -> Key name longer than 255 characters",
+                            L"XSessionDataStorageReg::StoreData -> Key path deeper than 512 levels"))
             return InvalidArgument(__LINE__, function, problem);
 
         LONG result = ERROR_SUCCESS;
         const HRESULT step = XLoggedStep(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
-            result = ::RegCreateKeyExW(m_appKey.Get(), path.c_str(), 0, const_cast<LPWSTR>(L""), m_volatileOption,
-                                       kStoreAccess, nullptr, created.ReleaseAndGetAddressOf(), nullptr);
+            result = CreateKeyPath(m_appKey.Get(), levels, m_volatileOption, kStoreAccess, created);
             return S_OK;
         });
         if (step != S_OK)

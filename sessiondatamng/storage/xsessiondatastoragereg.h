@@ -72,4 +72,7 @@ private:
     // Creation option of every key this object creates: REG_OPTION_NON_VOLATILE, or
     // REG_OPTION_VOLATILE once Initialize created a root key on request for a volatile one.
     DWORD m_volatileOption = REG_OPTION_NON_VOLATILE;
+    // Levels of the application root key below its hive: keys below it may add the rest of
+    // the registry's tree depth.
+    UINT m_rootLevels = 0;
 };
