@@ -110,11 +110,15 @@ const wchar_t* PathProblem(const std::vector<std::wstring_view>& levels, UINT ma
     return levels.size() > maxLevels ? tooDeep : nullptr;
 }
 
-// Creates (or opens) the key of levels below parent, in calls of at most kMaxLevelsPerCall
-// levels each; the last call's key is the result.
-LONG CreateKeyPath(HKEY parent, const std::vector<std::wstring_view>& levels, DWORD options, REGSAM access,
-                   XRegistryKey& key)
+// Creates (or opens) the key of path (whose names are levels) below parent. A path that one
+// registry call may create goes to the registry as it is, in one call; a deeper one in calls of
+// at most kMaxLevelsPerCall levels each, the last call's key being the result.
+LONG CreateKeyPath(HKEY parent, const XWQComBSTR& path, const std::vector<std::wstring_view>& levels, DWORD options,
+                   REGSAM access, XRegistryKey& key)
 {
+    if (levels.size() <= kMaxLevelsPerCall || path.c_str()[0] == L'\\')
+        return ::RegCreateKeyExW(parent, path.c_str(), 0, const_cast<LPWSTR>(L""), options, access, nullptr,
+                                 key.ReleaseAndGetAddressOf(), nullptr);
     XRegistryKey reached;
     HKEY at = parent;
     for (size_t first = 0; first < levels.size(); first += kMaxLevelsPerCall)
@@ -230,7 +234,7 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
             if (ulVolatileKey != 0)
                 m_volatileOption = REG_OPTION_VOLATILE;
             const HRESULT step = XLoggedStep(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
-                result = CreateKeyPath(hive, rootLevels, m_volatileOption, kReadWriteAccess, appKey);
+                result = CreateKeyPath(hive, root, rootLevels, m_volatileOption, kReadWriteAccess, appKey);
                 return S_OK;
             });
             if (step != S_OK)
@@ -461,7 +465,7 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
 
         LONG result = ERROR_SUCCESS;
         const HRESULT step = XLoggedStep(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
-            result = CreateKeyPath(m_appKey.Get(), levels, m_volatileOption, kStoreAccess, created);
+            result = CreateKeyPath(m_appKey.Get(), path, levels, m_volatileOption, kStoreAccess, created);
             return S_OK;
         });
         if (step != S_OK)
