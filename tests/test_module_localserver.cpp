@@ -35,6 +35,7 @@ public:
             ::RegCloseKey(key);
         m_stop = ::CreateEventW(nullptr, TRUE, FALSE, (events + L".stop").c_str());
         m_done = ::CreateEventW(nullptr, TRUE, FALSE, (events + L".done").c_str());
+        m_rootGone = ::CreateEventW(nullptr, TRUE, FALSE, (events + L".rootgone").c_str());
     }
     ~LocalServerRegistration()
     {
@@ -44,17 +45,21 @@ public:
             ::WaitForSingleObject(m_done, 30000);
         ::CloseHandle(m_stop);
         ::CloseHandle(m_done);
+        ::CloseHandle(m_rootGone);
         ::RegDeleteTreeW(HKEY_CLASSES_ROOT, m_key.c_str());
         ::RegDeleteTreeW(HKEY_CURRENT_USER, WQ_LOCALSERVER_APP_KEY);
     }
     bool Ok() const { return m_ok; }
     void HostStarted() { m_started = true; }
+    // Set by the host when a storage root it handed out is destroyed.
+    HANDLE RootGone() const { return m_rootGone; }
 
 private:
     std::wstring m_key;
     bool m_ok = false;
     HANDLE m_stop = nullptr;
     HANDLE m_done = nullptr;
+    HANDLE m_rootGone = nullptr;
     bool m_started = false;
 };
 
@@ -135,4 +140,29 @@ TEST(LocalServer, NestedKeyArraysCrossProcesses)
     }
     EXPECT_NE(std::wstring::npos, seen.find(L"a=1;"));
     EXPECT_NE(std::wstring::npos, seen.find(L"b=2;"));
+}
+
+TEST(LocalServer, ReleasingTheDatabaseStorageReleasesItsRootInAnotherProcess)
+{
+    LocalServerRegistration registration;
+    ASSERT_TRUE(registration.Ok());
+    XComPtr<IWQ_SessionDataIOEx> root;
+    ASSERT_EQ(S_OK, CreateInHost(root));
+    registration.HostStarted();
+    {
+        XComPtr<IWQ_SessionDataStorageDb> storage;
+        ASSERT_EQ(S_OK, ::CoCreateInstance(CLSID_WQ_SessionDataStorageDb, nullptr, CLSCTX_INPROC_SERVER,
+                                           IID_IWQ_SessionDataStorageDb,
+                                           reinterpret_cast<void**>(storage.ReleaseAndGetAddressOf())));
+        ASSERT_EQ(S_OK, storage->SetRoot(root.Get()));
+        ASSERT_EQ(S_OK, storage->SetRootKey(XWQComBSTR(L"Suite\\App")));
+        ASSERT_EQ(S_OK, storage->SetAsyncWriteMode(120));
+        tagSESSIONDATAVALUE record{::SysAllocString(L"n"), ::SysAllocString(L"v")};
+        EXPECT_EQ(S_OK, storage->StoreData(XWQComBSTR(L"k"), 1, &record));
+        XFreeValueRecords(&record, 1);
+        EXPECT_EQ(S_OK, storage->FlushAsyncStorage());
+    }
+    root.Reset();
+    // The client holds nothing of the root any more: its server sees the last reference go.
+    EXPECT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(registration.RootGone(), 10000));
 }

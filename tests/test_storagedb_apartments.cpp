@@ -5,6 +5,8 @@
 #include "recordingroot.h"
 #include "staapartment.h"
 #include "storagetesthelpers.h"
+#include "xcomtypes.h"
+#include "xstoragerootforwarder.h"
 
 #include <gtest/gtest.h>
 
@@ -155,4 +157,28 @@ TEST_F(StorageDbApartmentTest, AStorageInTheRootsOwnApartmentFlushesWithoutBlock
     EXPECT_EQ((std::vector<std::string>{"WriteStringList(sta/k|1|n=v)", "GetSubKeys(sta/k|0)"}),
               apartment.Root().Calls());
     EXPECT_TRUE(AllOnTheRootsThread());
+}
+
+TEST_F(StorageDbApartmentTest, AProxyRootIsRegisteredThroughAForwarderAndALocalRootAsItIs)
+{
+    EXPECT_TRUE(XStorageRootForwarder::IsProxy(proxy.Get()));
+    const XComPtr<IWQ_SessionDataIOEx> forwarder = XStorageRootForwarder::ForRegistration(proxy.Get());
+    ASSERT_TRUE(forwarder);
+    EXPECT_NE(proxy.Get(), forwarder.Get());
+    EXPECT_FALSE(XStorageRootForwarder::IsProxy(forwarder.Get()));
+    // Marshalled by this apartment's standard marshaler, not by the proxy's.
+    XComPtr<IMarshal> marshal;
+    EXPECT_EQ(E_NOINTERFACE, forwarder.As(marshal));
+    // Calls go through to the root.
+    tagSESSIONDATAVALUE record{::SysAllocString(L"n"), ::SysAllocString(L"v")};
+    EXPECT_EQ(S_OK, forwarder->WriteStringList(XWQComBSTR(L"k"), 1, &record));
+    XFreeValueRecords(&record, 1);
+    EXPECT_EQ(std::vector<std::string>{"WriteStringList(k|1|n=v)"}, apartment.Root().Calls());
+
+    bool localIsRegisteredItself = false;
+    apartment.Run([&] {
+        IWQ_SessionDataIOEx* local = apartment.Root().Root();
+        localIsRegisteredItself = XStorageRootForwarder::ForRegistration(local).Get() == local;
+    });
+    EXPECT_TRUE(localIsRegisteredItself);
 }

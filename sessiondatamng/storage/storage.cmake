@@ -9,7 +9,8 @@ set(SDM_STORAGE_SOURCES
   xsessiondatastoragedb.cpp
   xasyncstoragedelegator.cpp
   xstoragedelegatortask.cpp
-  xstoragerootconnhandler.cpp)
+  xstoragerootconnhandler.cpp
+  xstoragerootforwarder.cpp)
 list(TRANSFORM SDM_STORAGE_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
 
 add_library(sdm_storage STATIC ${SDM_STORAGE_SOURCES})

@@ -2,6 +2,7 @@
 
 #include "xsdmerror.h"
 #include "xstoragedelegatortask.h"
+#include "xstoragerootforwarder.h"
 
 #include <objbase.h>
 
@@ -126,9 +127,11 @@ void XAsyncStorageDelegator::RegisterInGIT(IWQ_SessionDataIOEx* root)
         XWQError::CheckPtr_ThrowExcep(Where(__LINE__, RegisterInGITName()), *git, XWQComBSTR());
         table = *git;
     }
-    // Registered outside the lock: marshalling the root may call into its apartment.
+    // Registered outside the lock: marshalling the root may call into its apartment. A proxy is
+    // registered through a forwarder of this apartment, whose registration the revoke can undo.
+    const XComPtr<IWQ_SessionDataIOEx> registered = XStorageRootForwarder::ForRegistration(root);
     DWORD newCookie = 0;
-    const HRESULT hr = table->RegisterInterfaceInGlobal(root, IID_IWQ_SessionDataIOEx, &newCookie);
+    const HRESULT hr = table->RegisterInterfaceInGlobal(registered.Get(), IID_IWQ_SessionDataIOEx, &newCookie);
     if (FAILED(hr))
         XSdmThrow(Where(__LINE__, RegisterInGITName()), hr, L"RegisterInterfaceInGlobal IWQ_SessionDataIOEx failed",
                   XWQEXCEP::EXCEP_COM);

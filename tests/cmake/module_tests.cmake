@@ -37,6 +37,7 @@ target_link_libraries(test_module_ioexchain PRIVATE wq_storagedoubles)
 # Cross-process marshalling: a local-server host process activated through LocalServer32.
 add_executable(wq_localserver_host ${CMAKE_CURRENT_SOURCE_DIR}/localserver/localserverhost.cpp)
 target_link_libraries(wq_localserver_host PRIVATE sessiondatamng_core ole32 oleaut32 uuid)
+target_include_directories(wq_localserver_host PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/support)
 target_link_options(wq_localserver_host PRIVATE -municode)
 wq_add_module_test(test_module_localserver TRUE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_localserver.cpp)
 target_include_directories(test_module_localserver PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})

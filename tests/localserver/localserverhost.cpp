@@ -3,6 +3,7 @@
 // call them through the module's proxy/stub.
 #include "localserverhost.h"
 
+#include "sessiondataioexnotimpl.h"
 #include "xcomobject.h"
 #include "xsessiondatamng_h.h"
 
@@ -10,6 +11,27 @@
 
 namespace
 {
+// Set when a root that this host handed out is destroyed.
+HANDLE g_rootGone = nullptr;
+
+// A storage root that takes every piped call; its end is announced, so that a client can tell
+// whether every reference to it was released.
+class LifetimeRoot : public SessionDataIOExNotImpl
+{
+public:
+    ~LifetimeRoot() override
+    {
+        if (g_rootGone)
+            ::SetEvent(g_rootGone);
+    }
+    HRESULT InternalQueryInterface(REFIID iid, void** ppv)
+    {
+        return XQueryInterfaces<IWQ_SessionDataIOEx, IWQ_SessionDataIO>(this, iid, ppv);
+    }
+    STDMETHODIMP WriteStringList(BSTR, ULONG, tagSESSIONDATAVALUE*) override { return S_OK; }
+    STDMETHODIMP DeleteKey(BSTR) override { return S_OK; }
+};
+
 class HostFactory : public IClassFactory
 {
 public:
@@ -39,6 +61,8 @@ public:
             return NewManager(ppv);
         if (::IsEqualIID(iid, IID_IWQ_SessionDataIO))
             return NewRegistryIO(ppv);
+        if (::IsEqualIID(iid, IID_IWQ_SessionDataIOEx))
+            return XComObject<LifetimeRoot>::Create(iid, ppv);
         return E_NOINTERFACE;
     }
 
@@ -106,6 +130,7 @@ int wmain(int argc, wchar_t** argv)
     const std::wstring events = argv[1];
     HANDLE stop = ::CreateEventW(nullptr, TRUE, FALSE, (events + L".stop").c_str());
     HANDLE done = ::CreateEventW(nullptr, TRUE, FALSE, (events + L".done").c_str());
+    g_rootGone = ::CreateEventW(nullptr, TRUE, FALSE, (events + L".rootgone").c_str());
     static HostFactory factory;
     DWORD cookie = 0;
     const HRESULT registered = ::CoRegisterClassObject(CLSID_WQTestLocalServerHost, &factory, CLSCTX_LOCAL_SERVER,
@@ -121,6 +146,8 @@ int wmain(int argc, wchar_t** argv)
     }
     if (stop)
         ::CloseHandle(stop);
+    if (g_rootGone)
+        ::CloseHandle(g_rootGone);
     ::CoUninitialize();
     return SUCCEEDED(registered) ? 0 : 2;
 }

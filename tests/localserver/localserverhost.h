@@ -1,7 +1,8 @@
 // The class that the local-server test host serves: a test-only CLSID whose class object hands
 // out, in the host's process, a session data manager (IWQ_SessionDataMng, with the volatile
-// category 5 cached and the registry category 2 uncached) or a cached IO layer over a registry
-// storage (IWQ_SessionDataIO).
+// category 5 cached and the registry category 2 uncached), a cached IO layer over a registry
+// storage (IWQ_SessionDataIO) or a storage root that accepts every write and delete
+// (IWQ_SessionDataIOEx) and sets the event "<name>.rootgone" when it is destroyed.
 //
 // The host's command line names a pair of events: it stops when "<name>.stop" is set and sets
 // "<name>.done" once its class object is revoked, so that the next activation starts a new host.
