@@ -13,6 +13,7 @@
 //             1,000 to 100,000 values is the lookup's own.
 // Timing: QueryPerformanceCounter, a warm-up pass, the median of several rounds.
 #include "asyncstorage_bench.h"
+#include "environment_bench.h"
 #include "benchclock.h"
 #include "xcomobject.h"
 #include "xcomtypes.h"
@@ -175,9 +176,16 @@ void PrintScaling(const char* names, std::vector<double> scalings)
 }
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
     ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    // "environment": only the environment storage's list writes.
+    if (argc > 1 && std::string(argv[1]) == "environment")
+    {
+        RunEnvironmentBenchmarks();
+        ::CoUninitialize();
+        return 0;
+    }
     // The machine's speed drifts between measurements (shared cores): the two sizes are measured
     // in pairs, one right after the other, and the scaling is given per pair.
     const int kPairs = 5;
@@ -203,6 +211,7 @@ int main()
     PrintScaling("prebuilt", prebuilt);
     PrintScaling("built", built);
     RunAsyncStorageBenchmarks();
+    RunEnvironmentBenchmarks();
     ::CoUninitialize();
     return 0;
 }
