@@ -6,7 +6,7 @@
 #include "staapartment.h"
 #include "storagetesthelpers.h"
 #include "xcomtypes.h"
-#include "xstoragerootforwarder.h"
+#include "xstoragerootregistration.h"
 
 #include <gtest/gtest.h>
 
@@ -161,14 +161,16 @@ TEST_F(StorageDbApartmentTest, AStorageInTheRootsOwnApartmentFlushesWithoutBlock
 
 TEST_F(StorageDbApartmentTest, AProxyRootIsRegisteredThroughAForwarderAndALocalRootAsItIs)
 {
-    EXPECT_TRUE(XStorageRootForwarder::IsProxy(proxy.Get()));
-    const XComPtr<IWQ_SessionDataIOEx> forwarder = XStorageRootForwarder::ForRegistration(proxy.Get());
+    EXPECT_TRUE(XIsProxy(proxy.Get()));
+    const XComPtr<IWQ_SessionDataIOEx> forwarder = XRootForRegistration(proxy.Get());
     ASSERT_TRUE(forwarder);
     EXPECT_NE(proxy.Get(), forwarder.Get());
-    EXPECT_FALSE(XStorageRootForwarder::IsProxy(forwarder.Get()));
+    EXPECT_FALSE(XIsProxy(forwarder.Get()));
     // Marshalled by this apartment's standard marshaler, not by the proxy's.
     XComPtr<IMarshal> marshal;
     EXPECT_EQ(E_NOINTERFACE, forwarder.As(marshal));
+    XComPtr<IWQ_SessionDataIOExDB> layer;
+    EXPECT_EQ(S_OK, forwarder.As(layer));
     // Calls go through to the root.
     tagSESSIONDATAVALUE record{::SysAllocString(L"n"), ::SysAllocString(L"v")};
     EXPECT_EQ(S_OK, forwarder->WriteStringList(XWQComBSTR(L"k"), 1, &record));
@@ -178,7 +180,7 @@ TEST_F(StorageDbApartmentTest, AProxyRootIsRegisteredThroughAForwarderAndALocalR
     bool localIsRegisteredItself = false;
     apartment.Run([&] {
         IWQ_SessionDataIOEx* local = apartment.Root().Root();
-        localIsRegisteredItself = XStorageRootForwarder::ForRegistration(local).Get() == local;
+        localIsRegisteredItself = XRootForRegistration(local).Get() == local;
     });
     EXPECT_TRUE(localIsRegisteredItself);
 }

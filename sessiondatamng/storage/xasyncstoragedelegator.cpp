@@ -2,7 +2,7 @@
 
 #include "xsdmerror.h"
 #include "xstoragedelegatortask.h"
-#include "xstoragerootforwarder.h"
+#include "xstoragerootregistration.h"
 
 #include <objbase.h>
 
@@ -129,7 +129,7 @@ void XAsyncStorageDelegator::RegisterInGIT(IWQ_SessionDataIOEx* root)
     }
     // Registered outside the lock: marshalling the root may call into its apartment. A proxy is
     // registered through a forwarder of this apartment, whose registration the revoke can undo.
-    const XComPtr<IWQ_SessionDataIOEx> registered = XStorageRootForwarder::ForRegistration(root);
+    const XComPtr<IWQ_SessionDataIOEx> registered = XRootForRegistration(root);
     DWORD newCookie = 0;
     const HRESULT hr = table->RegisterInterfaceInGlobal(registered.Get(), IID_IWQ_SessionDataIOEx, &newCookie);
     if (FAILED(hr))
