@@ -10,12 +10,11 @@ std::wstring ModulePath()
     return path.substr(0, path.find_last_of(L"\\/") + 1) + L"WQSessionDataMng64.dll";
 }
 
-DWORD RunRegsvr32(bool unregister)
+namespace
 {
-    std::wstring command = L"regsvr32.exe /s ";
-    if (unregister)
-        command += L"/u ";
-    command += L"\"" + ModulePath() + L"\"";
+DWORD RunRegsvr32Once(const std::wstring& commandLine)
+{
+    std::wstring command = commandLine;
     STARTUPINFOW si{};
     si.cb = sizeof si;
     PROCESS_INFORMATION pi{};
@@ -26,6 +25,24 @@ DWORD RunRegsvr32(bool unregister)
     ::GetExitCodeProcess(pi.hProcess, &code);
     ::CloseHandle(pi.hThread);
     ::CloseHandle(pi.hProcess);
+    return code;
+}
+} // namespace
+
+DWORD RunRegsvr32(bool unregister)
+{
+    std::wstring command = L"regsvr32.exe /s ";
+    if (unregister)
+        command += L"/u ";
+    command += L"\"" + ModulePath() + L"\"";
+    // Wine now and then fails to start a program while another process of the prefix (a local
+    // server of an earlier test) is ending: a failure is tried once more.
+    DWORD code = RunRegsvr32Once(command);
+    if (code != 0)
+    {
+        ::Sleep(1000);
+        code = RunRegsvr32Once(command);
+    }
     return code;
 }
 
