@@ -1,7 +1,6 @@
 # Threading infrastructure: reference-counted critical sections with guarded data, events and
 # the message-pumping wait, threaded tasks and their scheduler, the structured-exception guard
-# (cominc/), interface call functors and the proxy policy (inc/), and the module's
-# structured-exception translator (sessiondatamng/stdafx).
+# (cominc/), interface call functors and the proxy policy (inc/); on the base library.
 add_library(sdm_threading STATIC
   ${CMAKE_SOURCE_DIR}/cominc/XBasicCritSection.cpp
   ${CMAKE_SOURCE_DIR}/cominc/XThreadSync.cpp
@@ -9,7 +8,6 @@ add_library(sdm_threading STATIC
   ${CMAKE_SOURCE_DIR}/cominc/XDelegatorThreadScheduler.cpp
   ${CMAKE_SOURCE_DIR}/cominc/XStructuredExceptionGuard.cpp
   ${CMAKE_SOURCE_DIR}/inc/wqcomfunctor.cpp
-  ${CMAKE_SOURCE_DIR}/inc/WQComProxy.cpp
-  ${CMAKE_SOURCE_DIR}/sessiondatamng/stdafx.cpp)
+  ${CMAKE_SOURCE_DIR}/inc/WQComProxy.cpp)
 target_include_directories(sdm_threading PUBLIC ${CMAKE_SOURCE_DIR}/cominc ${CMAKE_SOURCE_DIR}/inc)
-target_link_libraries(sdm_threading PUBLIC sessiondatamng_core user32)
+target_link_libraries(sdm_threading PUBLIC sdm_base user32)

@@ -2,7 +2,9 @@
 // the module: requests for CLSIDs the object map does not own go to its Prx* entry points.
 #include "xclassfactory.h"
 #include "xcomobject.h"
+#include "xmoduleclasses.h"
 #include "xregistrar.h"
+#include "xsessiondatamng_h.h"
 #include "xsessiondatamngapp.h"
 
 extern "C" {
@@ -24,9 +26,19 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
     return TRUE;
 }
 
+namespace
+{
+// The module's class objects, as long as the module is loaded.
+XClassObjects& ClassObjects()
+{
+    static XClassObjects objects(XModuleObjectMap());
+    return objects;
+}
+} // namespace
+
 STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** ppv)
 {
-    const HRESULT hr = XGetClassObject(clsid, iid, ppv);
+    const HRESULT hr = ClassObjects().Get(clsid, iid, ppv);
     if (hr != CLASS_E_CLASSNOTAVAILABLE)
         return hr;
     return PrxDllGetClassObject(clsid, iid, ppv);
@@ -44,7 +56,7 @@ STDAPI DllRegisterServer()
     const std::wstring path = XModulePath(XTheApp().Instance());
     HRESULT hr = XRegisterTypeLibrary(path.c_str());
     if (SUCCEEDED(hr))
-        hr = XRegisterClasses(path.c_str());
+        hr = XRegisterClasses(XModuleObjectMap(), path.c_str(), XServerKind::InProcess, LIBID_XSESSIONDATAMNGLib);
     if (SUCCEEDED(hr))
         hr = PrxDllRegisterServer();
     return hr;
@@ -52,8 +64,8 @@ STDAPI DllRegisterServer()
 
 STDAPI DllUnregisterServer()
 {
-    HRESULT hr = XUnregisterClasses();
-    const HRESULT library = XUnregisterTypeLibrary();
+    HRESULT hr = XUnregisterClasses(XModuleObjectMap());
+    const HRESULT library = XUnregisterTypeLibrary(LIBID_XSESSIONDATAMNGLib);
     const HRESULT proxies = PrxDllUnregisterServer();
     if (SUCCEEDED(hr))
         hr = FAILED(library) ? library : proxies;

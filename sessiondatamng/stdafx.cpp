@@ -1,10 +1,8 @@
 #include "stdafx.h"
 
-#include "xsdmerror.h"
+#include "xsetranslator.h"
 
 void XSessionDataMng::TranslateCException(unsigned int code, EXCEPTION_POINTERS* pointers)
 {
-    XWQError::TranslateCException(
-        XSdmLocation("stdafx", __LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMng::TranslateCException")), code, pointers,
-        true);
+    XSdmTranslateStructuredException(code, pointers);
 }

@@ -2,7 +2,7 @@
 // the code that ran the body.
 #include "XStructuredExceptionGuard.h"
 #include "XThreadedTask.h"
-#include "stdafx.h"
+#include "xsetranslator.h"
 #include "testenv.h"
 #include "threadingdoubles.h"
 
@@ -67,7 +67,7 @@ protected:
 
 TEST_F(StructuredExceptions, AccessViolationArrivesAsTheModulesLoggedException)
 {
-    XScopedSeTranslator translator(&XSessionDataMng::TranslateCException);
+    XScopedSeTranslator translator(&XSdmTranslateStructuredException);
     const XWrappedWQException translated = TranslatedBy([] { XRunWithSeTranslation(&WriteThroughNull, nullptr); });
     ASSERT_TRUE(translated.HasException());
     EXPECT_EQ(HRESULT_FROM_NT(EXCEPTION_ACCESS_VIOLATION), translated.Result());
@@ -80,7 +80,7 @@ TEST_F(StructuredExceptions, AccessViolationArrivesAsTheModulesLoggedException)
 
 TEST_F(StructuredExceptions, RaisedCodeIsCarriedThrough)
 {
-    XScopedSeTranslator translator(&XSessionDataMng::TranslateCException);
+    XScopedSeTranslator translator(&XSdmTranslateStructuredException);
     const XWrappedWQException translated = TranslatedBy([] { XRunWithSeTranslation(&RaiseCustom, nullptr); });
     ASSERT_TRUE(translated.HasException());
     EXPECT_EQ(static_cast<long>(0xE0001234u), translated->SecondCode());
@@ -88,21 +88,21 @@ TEST_F(StructuredExceptions, RaisedCodeIsCarriedThrough)
 
 TEST_F(StructuredExceptions, BodyWithoutFaultReturnsItsResult)
 {
-    XScopedSeTranslator translator(&XSessionDataMng::TranslateCException);
+    XScopedSeTranslator translator(&XSdmTranslateStructuredException);
     EXPECT_EQ(42ul, XRunWithSeTranslation(&Answer, nullptr));
     EXPECT_TRUE(ReadLogBook().empty());
 }
 
 TEST_F(StructuredExceptions, CppExceptionsOfTheBodyPassUnchanged)
 {
-    XScopedSeTranslator translator(&XSessionDataMng::TranslateCException);
+    XScopedSeTranslator translator(&XSdmTranslateStructuredException);
     EXPECT_THROW(XRunWithSeTranslation(&ThrowStandard, nullptr), std::runtime_error);
     EXPECT_TRUE(ReadLogBook().empty());
 }
 
 TEST_F(StructuredExceptions, ScopeRestoresThePreviousTranslator)
 {
-    XScopedSeTranslator outer(&XSessionDataMng::TranslateCException);
+    XScopedSeTranslator outer(&XSdmTranslateStructuredException);
     {
         XScopedSeTranslator inner(&ThrowMarker);
         EXPECT_THROW(XRunWithSeTranslation(&WriteThroughNull, nullptr), int);
@@ -114,7 +114,7 @@ TEST_F(StructuredExceptions, TaskWhoseBodyFaultsIsLoggedAndStops)
 {
     using Task = ScriptedTask<TestSchedulerTraits>;
     Task task(-1, [](TaskOwner*, Task&) -> unsigned long {
-        XScopedSeTranslator translator(&XSessionDataMng::TranslateCException);
+        XScopedSeTranslator translator(&XSdmTranslateStructuredException);
         return WriteThroughNull(nullptr);
     });
     TaskOwner owner;

@@ -9,4 +9,4 @@ add_library(sdm_io STATIC
   ${CMAKE_CURRENT_LIST_DIR}/xsessiondataioex.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xsessiondataioexdb.cpp)
 target_include_directories(sdm_io PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(sdm_io PUBLIC sessiondatamng_core)
+target_link_libraries(sdm_io PUBLIC sdm_base)

@@ -15,6 +15,6 @@ list(TRANSFORM SDM_STORAGE_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
 
 add_library(sdm_storage STATIC ${SDM_STORAGE_SOURCES})
 target_include_directories(sdm_storage PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(sdm_storage PUBLIC sessiondatamng_core)
-# The database storage: the IO layers' value arrays it takes over, the call functors it pipes.
-target_link_libraries(sdm_storage PUBLIC sdm_io sdm_threading)
+# On the IO layers (the value arrays that the cached layer hands over, the database layer that
+# forwards to a proxy root) and the threading infrastructure (the delegator's worker).
+target_link_libraries(sdm_storage PUBLIC sdm_base sdm_io sdm_threading)

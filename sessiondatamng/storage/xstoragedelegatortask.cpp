@@ -3,7 +3,7 @@
 #include "XStructuredExceptionGuard.h"
 #include "xasyncstoragedelegator.h"
 #include "xsdmerror.h"
-#include "xsessiondatamng.h"
+#include "xsetranslator.h"
 
 namespace
 {
@@ -244,7 +244,7 @@ void XStorageDelegatorTask::ReportRetained(unsigned long line) const
 
 unsigned long XStorageDelegatorTask::Execute(XAsyncStorageDelegator* owner)
 {
-    XScopedSeTranslator translator(&XSessionDataMng::TranslateCException);
+    XScopedSeTranslator translator(&XSdmTranslateStructuredException);
     try
     {
         XWQError::CheckPtr_ThrowExcep(Where(__LINE__, ExecuteName()), owner, XWQComBSTR());

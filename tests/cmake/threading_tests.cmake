@@ -3,7 +3,7 @@
 # functors and the proxy policy.
 add_library(wq_threading_testsupport STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/threadingdoubles.cpp)
 target_include_directories(wq_threading_testsupport PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
-target_link_libraries(wq_threading_testsupport PUBLIC sdm_threading wq_testsupport)
+target_link_libraries(wq_threading_testsupport PUBLIC sdm_threading wq_basetestsupport)
 
 wq_add_test(test_threading
   ${CMAKE_CURRENT_SOURCE_DIR}/test_refcount_critsection.cpp

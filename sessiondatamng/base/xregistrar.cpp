@@ -1,8 +1,6 @@
 #include "xregistrar.h"
 
 #include "xcomobject.h"
-#include "xobjectmap.h"
-#include "xsessiondatamng_h.h"
 
 #include <oleauto.h>
 #include <vector>
@@ -72,7 +70,8 @@ HRESULT DeleteTree(const std::wstring& path)
             return hr_;                                                                                              \
     } while (false)
 
-HRESULT RegisterEntry(const XObjectMapEntry& entry, const std::wstring& modulePath)
+HRESULT RegisterEntry(const XObjectMapEntry& entry, const std::wstring& serverPath, XServerKind kind,
+                      const GUID& typeLibrary)
 {
     const std::wstring clsid = GuidText(*entry.clsid);
     const std::wstring progId = std::wstring(L"WQSessionDataMng.") + entry.progIdName;
@@ -89,9 +88,16 @@ HRESULT RegisterEntry(const XObjectMapEntry& entry, const std::wstring& modulePa
     XREG_TRY(SetString(classKey, nullptr, entry.classDescription));
     XREG_TRY(SetString(classKey + L"\\ProgID", nullptr, versioned));
     XREG_TRY(SetString(classKey + L"\\VersionIndependentProgID", nullptr, progId));
-    XREG_TRY(SetString(classKey + L"\\InprocServer32", nullptr, modulePath));
-    XREG_TRY(SetString(classKey + L"\\InprocServer32", L"ThreadingModel", L"Both"));
-    XREG_TRY(SetString(classKey + L"\\TypeLib", nullptr, GuidText(LIBID_XSESSIONDATAMNGLib)));
+    if (kind == XServerKind::InProcess)
+    {
+        XREG_TRY(SetString(classKey + L"\\InprocServer32", nullptr, serverPath));
+        XREG_TRY(SetString(classKey + L"\\InprocServer32", L"ThreadingModel", L"Both"));
+    }
+    else
+    {
+        XREG_TRY(SetString(classKey + L"\\LocalServer32", nullptr, serverPath));
+    }
+    XREG_TRY(SetString(classKey + L"\\TypeLib", nullptr, GuidText(typeLibrary)));
     if (entry.programmable)
         XREG_TRY(CreateEmptyKey(classKey + L"\\Programmable"));
     return S_OK;
@@ -121,32 +127,32 @@ std::wstring XModulePath(HMODULE module)
     }
 }
 
-HRESULT XRegisterClasses(const wchar_t* modulePath)
+HRESULT XRegisterClasses(const XObjectMap& map, const wchar_t* serverPath, XServerKind kind, const GUID& typeLibrary)
 {
-    for (const XObjectMapEntry* entry = XObjectMapBegin(); entry != XObjectMapEnd(); ++entry)
-        XREG_TRY(RegisterEntry(*entry, modulePath));
+    for (const XObjectMapEntry* entry = map.begin; entry != map.end; ++entry)
+        XREG_TRY(RegisterEntry(*entry, serverPath, kind, typeLibrary));
     return S_OK;
 }
 
-HRESULT XUnregisterClasses()
+HRESULT XUnregisterClasses(const XObjectMap& map)
 {
-    for (const XObjectMapEntry* entry = XObjectMapBegin(); entry != XObjectMapEnd(); ++entry)
+    for (const XObjectMapEntry* entry = map.begin; entry != map.end; ++entry)
         XREG_TRY(UnregisterEntry(*entry));
     return S_OK;
 }
 
-HRESULT XRegisterTypeLibrary(const wchar_t* modulePath)
+HRESULT XRegisterTypeLibrary(const wchar_t* path)
 {
     ITypeLib* library = nullptr;
-    XREG_TRY(::LoadTypeLibEx(modulePath, REGKIND_NONE, &library));
-    const HRESULT hr = ::RegisterTypeLib(library, const_cast<LPOLESTR>(modulePath), nullptr);
+    XREG_TRY(::LoadTypeLibEx(path, REGKIND_NONE, &library));
+    const HRESULT hr = ::RegisterTypeLib(library, const_cast<LPOLESTR>(path), nullptr);
     library->Release();
     return hr;
 }
 
-HRESULT XUnregisterTypeLibrary()
+HRESULT XUnregisterTypeLibrary(const GUID& typeLibrary)
 {
-    const HRESULT hr = ::UnRegisterTypeLib(LIBID_XSESSIONDATAMNGLib, 1, 0, LOCALE_NEUTRAL, SYS_WIN64);
+    const HRESULT hr = ::UnRegisterTypeLib(typeLibrary, 1, 0, LOCALE_NEUTRAL, SYS_WIN64);
     // Not registered is not a failure of unregistration.
     return hr == TYPE_E_REGISTRYACCESS || hr == TYPE_E_CANTLOADLIBRARY ? S_OK : hr;
 }

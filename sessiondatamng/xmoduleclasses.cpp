@@ -1,4 +1,4 @@
-#include "xobjectmap.h"
+#include "xmoduleclasses.h"
 
 #include "xcomobject.h"
 #include "xsessiondatamng.h"
@@ -46,20 +46,8 @@ const XObjectMapEntry kEntries[] = {
 };
 } // namespace
 
-const XObjectMapEntry* XObjectMapBegin()
+const XObjectMap& XModuleObjectMap()
 {
-    return kEntries;
-}
-
-const XObjectMapEntry* XObjectMapEnd()
-{
-    return kEntries + sizeof(kEntries) / sizeof(kEntries[0]);
-}
-
-const XObjectMapEntry* XObjectMapFind(REFCLSID clsid)
-{
-    for (const XObjectMapEntry* entry = XObjectMapBegin(); entry != XObjectMapEnd(); ++entry)
-        if (::IsEqualCLSID(*entry->clsid, clsid))
-            return entry;
-    return nullptr;
+    static const XObjectMap map{kEntries, kEntries + sizeof(kEntries) / sizeof(kEntries[0])};
+    return map;
 }
