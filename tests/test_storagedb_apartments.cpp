@@ -161,11 +161,11 @@ TEST_F(StorageDbApartmentTest, AStorageInTheRootsOwnApartmentFlushesWithoutBlock
 
 TEST_F(StorageDbApartmentTest, AProxyRootIsRegisteredThroughAForwarderAndALocalRootAsItIs)
 {
-    EXPECT_TRUE(XIsProxy(proxy.Get()));
-    const XComPtr<IWQ_SessionDataIOEx> forwarder = XRootForRegistration(proxy.Get());
+    EXPECT_TRUE(XStorageRootRegistration::IsProxy(proxy.Get()));
+    const XComPtr<IWQ_SessionDataIOEx> forwarder = XStorageRootRegistration::ForRegistration(proxy.Get());
     ASSERT_TRUE(forwarder);
     EXPECT_NE(proxy.Get(), forwarder.Get());
-    EXPECT_FALSE(XIsProxy(forwarder.Get()));
+    EXPECT_FALSE(XStorageRootRegistration::IsProxy(forwarder.Get()));
     // Marshalled by this apartment's standard marshaler, not by the proxy's.
     XComPtr<IMarshal> marshal;
     EXPECT_EQ(E_NOINTERFACE, forwarder.As(marshal));
@@ -180,7 +180,7 @@ TEST_F(StorageDbApartmentTest, AProxyRootIsRegisteredThroughAForwarderAndALocalR
     bool localIsRegisteredItself = false;
     apartment.Run([&] {
         IWQ_SessionDataIOEx* local = apartment.Root().Root();
-        localIsRegisteredItself = XRootForRegistration(local).Get() == local;
+        localIsRegisteredItself = XStorageRootRegistration::ForRegistration(local).Get() == local;
     });
     EXPECT_TRUE(localIsRegisteredItself);
 }

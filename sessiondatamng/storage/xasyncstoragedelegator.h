@@ -1,9 +1,10 @@
 // XAsyncStorageDelegator: hands calls on a storage root (IWQ_SessionDataIOEx of another server)
 // to a worker thread, which runs them in piping order after the write interval or at once on a
 // flush. The root never crosses threads as a raw pointer: SetStorageRoot registers it in the
-// Global Interface Table and the worker fetches its own pointer from there (and releases it on
-// its own thread); a piping thread that builds the call pipe fetches one only to check that a
-// root is registered.
+// Global Interface Table (XStorageRootRegistration) and the worker fetches its own pointer from
+// there (and releases it on its own thread); a piping thread that builds the call pipe fetches
+// one only to check that a root is registered. Calls run one way: the delegator drives its task,
+// and the task reaches only the registration, never the delegator.
 //
 // A piped call that fails is logged and retained; later calls still run; the next flush or
 // GetLastErrorAsyncExecution reports the failure, and every one after it: binding a root again
@@ -15,6 +16,7 @@
 #include "wqcomfunctor.h"
 #include "xcomobject.h"
 #include "xsessiondatamng_h.h"
+#include "xstoragerootregistration.h"
 
 #include <memory>
 
@@ -58,17 +60,11 @@ public:
     static long ClampWriteInterval(long seconds) noexcept;
 
 private:
-    friend class XStorageDelegatorTask;
-
-    // Registers root in the Global Interface Table (created on first use) and keeps the cookie.
-    void RegisterInGIT(IWQ_SessionDataIOEx* root);
-    // Revokes the registered root, if any.
-    void RevokeFromGIT();
-    // The calling thread's own pointer to the registered root; empty when none is registered.
-    XComPtr<IWQ_SessionDataIOEx> GetStorageRootFromGIT();
-
+    // The root in the Global Interface Table; the task fetches the worker's pointer from it.
+    // Declared before the task, which refers to it: it outlives the task.
+    XStorageRootRegistration m_registration;
     std::unique_ptr<XStorageDelegatorTask> m_task;
-    // Implementation state (GIT pointer, cookie, lock) lives in the .cpp file.
+    // Serialises SetStorageRoot (in the .cpp file).
     struct State;
     std::unique_ptr<State> m_state;
 };

@@ -1,7 +1,7 @@
 #include "xstoragedelegatortask.h"
 
 #include "XStructuredExceptionGuard.h"
-#include "xasyncstoragedelegator.h"
+#include "xstoragerootregistration.h"
 #include "xsdmerror.h"
 #include "xsetranslator.h"
 
@@ -81,8 +81,9 @@ void XStorageDelegatorTask::XStorageRootCallContainer::ReleaseRoot() noexcept
 // ---------------------------------------------------------------------------------------------
 // The task.
 
-XStorageDelegatorTask::XStorageDelegatorTask(long interval)
-    : XThreadedTask<XAsyncStorageDelegator>(-1), m_storageRootSet(false), m_interval(interval)
+XStorageDelegatorTask::XStorageDelegatorTask(long interval, const XStorageRootRegistration& registration)
+    : XThreadedTask<XStorageRootRegistration>(-1), m_registration(registration), m_storageRootSet(false),
+      m_interval(interval)
 {
     XThreadSync::CreateEventAutoReset(m_proceedEvent, false);
     XThreadSync::CreateEvent(m_passDoneEvent, false);
@@ -112,8 +113,7 @@ bool XStorageDelegatorTask::IsPending() const noexcept
     return m_done.load() < m_piped.load();
 }
 
-XStorageDelegatorTask::XStorageRootCallContainer& XStorageDelegatorTask::GetSessionDataIOCallContainer(
-    XAsyncStorageDelegator& owner)
+XStorageDelegatorTask::XStorageRootCallContainer& XStorageDelegatorTask::GetSessionDataIOCallContainer()
 {
     {
         XCritProxyPtr<XStorageRootCallContainer> pipe(m_container);
@@ -123,7 +123,7 @@ XStorageDelegatorTask::XStorageRootCallContainer& XStorageDelegatorTask::GetSess
     // The first call: a root must be bound. The check fetches from the table outside the pipe's
     // lock (the fetch may need the root's apartment to answer) and keeps nothing: the worker
     // fetches its own pointer.
-    if (!owner.GetStorageRootFromGIT())
+    if (!m_registration.Fetch())
         XSdmThrow(Where(__LINE__, ContainerName()), E_POINTER, kRootNotSet);
     XCritProxyPtr<XStorageRootCallContainer> pipe(m_container);
     if (!pipe)
@@ -132,8 +132,7 @@ XStorageDelegatorTask::XStorageRootCallContainer& XStorageDelegatorTask::GetSess
     return *pipe.Get();
 }
 
-void XStorageDelegatorTask::Pipe(XAsyncStorageDelegator& owner, std::unique_ptr<Operation> functor, BSTR key,
-                                 unsigned long flags)
+void XStorageDelegatorTask::Pipe(std::unique_ptr<Operation> functor, BSTR key, unsigned long flags)
 {
     if (IsStopRequested())
         XSdmThrow(Where(__LINE__, PipeName()), E_FAIL, kClosed);
@@ -151,7 +150,7 @@ void XStorageDelegatorTask::Pipe(XAsyncStorageDelegator& owner, std::unique_ptr<
             return;
         }
     }
-    XStorageRootCallContainer& container = GetSessionDataIOCallContainer(owner);
+    XStorageRootCallContainer& container = GetSessionDataIOCallContainer();
     XCritProxyPtr<XStorageRootCallContainer> pipe(m_container);
     AppendLocked(container, std::move(call), flags);
 }
@@ -242,12 +241,12 @@ void XStorageDelegatorTask::ReportRetained(unsigned long line) const
 // ---------------------------------------------------------------------------------------------
 // The worker.
 
-unsigned long XStorageDelegatorTask::Execute(XAsyncStorageDelegator* owner)
+unsigned long XStorageDelegatorTask::Execute(XStorageRootRegistration* registration)
 {
     XScopedSeTranslator translator(&XSdmTranslateStructuredException);
     try
     {
-        XWQError::CheckPtr_ThrowExcep(Where(__LINE__, ExecuteName()), owner, XWQComBSTR());
+        XWQError::CheckPtr_ThrowExcep(Where(__LINE__, ExecuteName()), registration, XWQComBSTR());
         XWorkerApartment apartment;
         // The worker's root is released on this thread, while it is still in the apartment.
         struct RootRelease
@@ -262,10 +261,10 @@ unsigned long XStorageDelegatorTask::Execute(XAsyncStorageDelegator* owner)
             const long interval = Interval();
             XThreadSync::WaitForEvent(m_proceedEvent.Get(),
                                       interval <= 0 ? INFINITE : static_cast<DWORD>(interval) * 1000u);
-            Pass(*owner, logger);
+            Pass(logger);
         }
         // Calls piped while the last pass ran, before piping was closed.
-        Pass(*owner, logger);
+        Pass(logger);
         return 0;
     }
     catch (const XWrappedWQException& failure)
@@ -287,14 +286,14 @@ unsigned long XStorageDelegatorTask::Execute(XAsyncStorageDelegator* owner)
     return 0;
 }
 
-void XStorageDelegatorTask::Pass(XAsyncStorageDelegator& owner, XWQExcepRefLogger& logger)
+void XStorageDelegatorTask::Pass(XWQExcepRefLogger& logger)
 {
-    ProceedStorageCallPipe(owner, logger);
+    ProceedStorageCallPipe(logger);
     m_passes.fetch_add(1);
     XThreadSync::SetEvent(m_passDoneEvent.Get());
 }
 
-void XStorageDelegatorTask::ProceedStorageCallPipe(XAsyncStorageDelegator& owner, XWQExcepRefLogger& logger)
+void XStorageDelegatorTask::ProceedStorageCallPipe(XWQExcepRefLogger& logger)
 {
     std::vector<XStorageRootCallContainer::PendingCall> calls;
     XStorageRootCallContainer* container = nullptr;
@@ -322,7 +321,7 @@ void XStorageDelegatorTask::ProceedStorageCallPipe(XAsyncStorageDelegator& owner
 
     try
     {
-        RefreshRoot(owner, *container);
+        RefreshRoot(*container);
     }
     catch (const XWrappedWQException& failure)
     {
@@ -344,7 +343,7 @@ void XStorageDelegatorTask::ProceedStorageCallPipe(XAsyncStorageDelegator& owner
     }
 }
 
-void XStorageDelegatorTask::RefreshRoot(XAsyncStorageDelegator& owner, XStorageRootCallContainer& container)
+void XStorageDelegatorTask::RefreshRoot(XStorageRootCallContainer& container)
 {
     bool rootSet = false;
     {
@@ -355,7 +354,7 @@ void XStorageDelegatorTask::RefreshRoot(XAsyncStorageDelegator& owner, XStorageR
     if (!rootSet && container.HasRoot())
         return;
     container.ReleaseRoot();
-    XComPtr<IWQ_SessionDataIOEx> root = owner.GetStorageRootFromGIT();
+    XComPtr<IWQ_SessionDataIOEx> root = m_registration.Fetch();
     if (!root)
         XSdmThrow(Where(__LINE__, ContainerName()), E_POINTER, kRootNotSet);
     container.BindRoot(std::move(root));

@@ -22,9 +22,10 @@
 #include <memory>
 #include <vector>
 
-class XAsyncStorageDelegator;
+class XStorageRootRegistration;
 
-class XStorageDelegatorTask : public XThreadedTask<XAsyncStorageDelegator>
+// The task's owner is the root's registration: the worker fetches its pointer to the root there.
+class XStorageDelegatorTask : public XThreadedTask<XStorageRootRegistration>
 {
 public:
     using Operation = WQComFunctor::XOpFunBase<IWQ_SessionDataIOEx>;
@@ -64,15 +65,16 @@ public:
     };
     using PendingCall = XStorageRootCallContainer::PendingCall;
 
-    // interval: seconds, stored as given (0 waits without timeout).
-    explicit XStorageDelegatorTask(long interval);
+    // interval: seconds, stored as given (0 waits without timeout); registration holds the root
+    // and outlives the task.
+    XStorageDelegatorTask(long interval, const XStorageRootRegistration& registration);
     ~XStorageDelegatorTask() override;
 
     void SetInterval(long seconds) noexcept;
     long Interval() const noexcept;
 
-    // Queues a call; the owner supplies the root check for a pipe that does not exist yet.
-    void Pipe(XAsyncStorageDelegator& owner, std::unique_ptr<Operation> functor, BSTR key, unsigned long flags);
+    // Queues a call; a pipe that does not exist yet needs a registered root.
+    void Pipe(std::unique_ptr<Operation> functor, BSTR key, unsigned long flags);
     // Runs every pending call now and waits until the worker has; reports a retained failure.
     void Flush();
     // A new storage root was bound: the connection's retained HRESULT is cleared (the logged
@@ -87,24 +89,25 @@ public:
     bool IsPending() const noexcept;
 
 protected:
-    unsigned long Execute(XAsyncStorageDelegator* owner) override;
+    unsigned long Execute(XStorageRootRegistration* registration) override;
 
 private:
     // The pipe, made on first use once a storage root is bound ("storage root instance for async
     // call not set" otherwise). It stays until the task is destroyed.
-    XStorageRootCallContainer& GetSessionDataIOCallContainer(XAsyncStorageDelegator& owner);
+    XStorageRootCallContainer& GetSessionDataIOCallContainer();
     // Appends a call and marks it pending; the caller holds the pipe's lock.
     void AppendLocked(XStorageRootCallContainer& container, PendingCall call, unsigned long flags);
-    void ProceedStorageCallPipe(XAsyncStorageDelegator& owner, XWQExcepRefLogger& logger);
+    void ProceedStorageCallPipe(XWQExcepRefLogger& logger);
     // The worker's root for this pass: bound anew after OnStorageRootSet or when none is bound.
-    void RefreshRoot(XAsyncStorageDelegator& owner, XStorageRootCallContainer& container);
+    void RefreshRoot(XStorageRootCallContainer& container);
     void LogFailure(XWQExcepRefLogger& logger, const XWrappedWQException& failure);
     void ReportRetained(unsigned long line) const;
     void ReleaseWorkerRoot() noexcept;
     // One pass, counted, then the pass-done event.
-    void Pass(XAsyncStorageDelegator& owner, XWQExcepRefLogger& logger);
+    void Pass(XWQExcepRefLogger& logger);
 
     // Fields in reverse order of destruction (the events are closed first, in the destructor).
+    const XStorageRootRegistration& m_registration;
     XCritData<bool> m_storageRootSet;
     XStorageRootConnHandler m_handler;  // holds the retained HRESULT
     XCritData<XWrappedWQException> m_lastFailure;
