@@ -1,6 +1,6 @@
 #include "XBasicCritSection.h"
 
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 
 namespace XBasicCritSectionReport
 {
@@ -14,9 +14,8 @@ const wchar_t* const kEntryNotRemoved =
 
 void RefuseWriteOnRead()
 {
-    XSdmThrow(XSdmLocation("XBasicCritSection", __LINE__,
-                           XSDM_FUNCTION_NAME(L"XBasicRefCountCritSection::AddLockRef")),
-              E_FAIL, kWriteOnReadRefused);
+    static const XSdmReporter report("XBasicCritSection", GUID_NULL);
+    report.Raise(__LINE__, XSDM_FUNCTION_NAME(L"XBasicRefCountCritSection::AddLockRef"), E_FAIL, kWriteOnReadRefused);
 }
 
 void LogReleaseFault(const wchar_t* message) noexcept

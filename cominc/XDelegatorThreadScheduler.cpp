@@ -1,6 +1,6 @@
 #include "XDelegatorThreadScheduler.h"
 
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -9,7 +9,11 @@
 
 namespace
 {
-const char kUnit[] = "XDelegatorThreadScheduler";
+const XSdmReporter& Report()
+{
+    static const XSdmReporter report("XDelegatorThreadScheduler", GUID_NULL);
+    return report;
+}
 
 // The thread parameter: the entry and its argument, allocated by StartThread, freed by RunThreadTask.
 struct XThreadTaskParam
@@ -33,8 +37,7 @@ const XWQComBSTR& RunThreadTaskName()
 
 [[noreturn]] void ReportSystem(unsigned long line, DWORD error, const wchar_t* message)
 {
-    XSdmThrow(XSdmLocation(kUnit, line, StartThreadName()), error ? HRESULT_FROM_WIN32(error) : E_FAIL, message,
-              XWQEXCEP::EXCEP_SYSTEM);
+    Report().RaiseSystem(line, StartThreadName(), error, message);
 }
 
 // Ends a thread that was created suspended and never ran (no code of its own has run, so no
@@ -59,7 +62,7 @@ void LogEscaped(unsigned long line) noexcept
     {
         try
         {
-            XWQError::WriteErrorToLogBook(XSdmLocation(kUnit, line, RunThreadTaskName()), exception,
+            XWQError::WriteErrorToLogBook(Report().Where(line, RunThreadTaskName()), exception,
                                           XWQEXCEP::SEV_ERROR, XWQComBSTR());
         }
         catch (...)
@@ -70,7 +73,7 @@ void LogEscaped(unsigned long line) noexcept
     {
         try
         {
-            XWQError::WriteUnknownErrorToLogBook(XSdmLocation(kUnit, line, RunThreadTaskName()), XWQComBSTR());
+            XWQError::WriteUnknownErrorToLogBook(Report().Where(line, RunThreadTaskName()), XWQComBSTR());
         }
         catch (...)
         {
@@ -84,8 +87,8 @@ XDelegatorThreadScheduler& XDelegatorThreadScheduler::Instance()
     if (XDelegatorThreadScheduler* existing = g_instance.load(std::memory_order_acquire))
         return *existing;
     if (g_destroyed.load(std::memory_order_acquire))
-        XSdmThrow(XSdmLocation(kUnit, __LINE__, XSDM_FUNCTION_NAME(L"XDelegatorThreadScheduler::Instance")), E_FAIL,
-                  L"XDelegatorThreadScheduler already destructed");
+        Report().Raise(__LINE__, XSDM_FUNCTION_NAME(L"XDelegatorThreadScheduler::Instance"), E_FAIL,
+                       L"XDelegatorThreadScheduler already destructed");
     std::unique_ptr<XDelegatorThreadScheduler> created(new XDelegatorThreadScheduler());
     XDelegatorThreadScheduler* expected = nullptr;
     if (g_instance.compare_exchange_strong(expected, created.get(), std::memory_order_acq_rel))
@@ -183,8 +186,8 @@ unsigned __stdcall XDelegatorThreadScheduler::RunThreadTask(void* parameter)
     try
     {
         if (!parameter)
-            XSdmThrow(XSdmLocation(kUnit, __LINE__, RunThreadTaskName()), E_INVALIDARG,
-                      L"thread param == NULL - cannot run thread task routine");
+            Report().Raise(__LINE__, RunThreadTaskName(), E_INVALIDARG,
+                           L"thread param == NULL - cannot run thread task routine");
         const std::unique_ptr<XThreadTaskParam> owned(static_cast<XThreadTaskParam*>(parameter));
         return owned->entry(owned->argument);
     }

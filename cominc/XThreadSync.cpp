@@ -1,24 +1,23 @@
 #include "XThreadSync.h"
 
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 
 namespace
 {
-const char kUnit[] = "XThreadSync";
-
-HRESULT ResultOfSystemError(DWORD error)
+const XSdmReporter& Report()
 {
-    return error ? HRESULT_FROM_WIN32(error) : E_FAIL;
+    static const XSdmReporter report("XThreadSync", GUID_NULL);
+    return report;
 }
 
 [[noreturn]] void ReportSystem(unsigned long line, const XWQComBSTR& function, DWORD error, const wchar_t* message)
 {
-    XSdmThrow(XSdmLocation(kUnit, line, function), ResultOfSystemError(error), message, XWQEXCEP::EXCEP_SYSTEM);
+    Report().RaiseSystem(line, function, error, message);
 }
 
 void CheckHandle(unsigned long line, const XWQComBSTR& function, HANDLE handle)
 {
-    XWQError::CheckPtr_ThrowExcep(XSdmLocation(kUnit, line, function), handle, XWQComBSTR(L"wait handle is NULL"));
+    Report().CheckPointerOrRaise(line, function, handle, L"wait handle is NULL");
 }
 
 void MakeEvent(XHandle& event, BOOL manualReset, bool initialState, const XWQComBSTR& function, unsigned long line)
@@ -80,8 +79,7 @@ XThreadSync::WaitStep XThreadSync::EvaluateWaitResult(DWORD waitResult, DWORD ti
         ReportSystem(__LINE__, WaitForEventName(), lastError, L"wait for signaled event failed");
     case WAIT_TIMEOUT:
         if (timeoutMs == INFINITE)
-            XSdmThrow(XSdmLocation(kUnit, __LINE__, WaitForEventName()), E_FAIL,
-                      L"infinite wait event unexpectedly timed out");
+            Report().Raise(__LINE__, WaitForEventName(), E_FAIL, L"infinite wait event unexpectedly timed out");
         return WaitStep::timedOut;
     default:
         return WaitStep::signalled;

@@ -1,23 +1,26 @@
 #include "XThreadedTask.h"
 
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 
 namespace
 {
-const char kUnit[] = "XThreadedTask";
+const XSdmReporter& Report()
+{
+    static const XSdmReporter report("XThreadedTask", GUID_NULL);
+    return report;
 }
+} // namespace
 
 namespace XThreadedTaskReport
 {
 void Fail(unsigned long line, const XWQComBSTR& function, HRESULT hr, const wchar_t* message)
 {
-    XSdmThrow(XSdmLocation(kUnit, line, function), hr, message);
+    Report().Raise(line, function, hr, message);
 }
 
 void FailSystem(unsigned long line, const XWQComBSTR& function, DWORD error, const wchar_t* message)
 {
-    XSdmThrow(XSdmLocation(kUnit, line, function), error ? HRESULT_FROM_WIN32(error) : E_FAIL, message,
-              XWQEXCEP::EXCEP_SYSTEM);
+    Report().RaiseSystem(line, function, error, message);
 }
 
 namespace
@@ -49,7 +52,7 @@ unsigned long ResultOfEscaped() noexcept
     {
         try
         {
-            XWQError::WriteErrorToLogBook(XSdmLocation(kUnit, __LINE__, ExecuteName()), exception, XWQEXCEP::SEV_ERROR,
+            XWQError::WriteErrorToLogBook(Report().Where(__LINE__, ExecuteName()), exception, XWQEXCEP::SEV_ERROR,
                                           XWQComBSTR());
         }
         catch (...)
@@ -61,7 +64,7 @@ unsigned long ResultOfEscaped() noexcept
     {
         try
         {
-            XWQError::WriteUnknownErrorToLogBook(XSdmLocation(kUnit, __LINE__, ExecuteName()), XWQComBSTR());
+            XWQError::WriteUnknownErrorToLogBook(Report().Where(__LINE__, ExecuteName()), XWQComBSTR());
         }
         catch (...)
         {

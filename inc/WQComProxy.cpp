@@ -1,6 +1,6 @@
 #include "WQComProxy.h"
 
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 
 namespace WQComProxy
 {
@@ -10,6 +10,12 @@ namespace
 {
 const char kUnit[] = "WQComProxy";
 
+const XSdmReporter& Report()
+{
+    static const XSdmReporter report(kUnit, GUID_NULL);
+    return report;
+}
+
 const XWQComBSTR& DoRemoteCallName()
 {
     return XSDM_FUNCTION_NAME(L"XComProxyPolicy::DoRemoteCall");
@@ -18,8 +24,7 @@ const XWQComBSTR& DoRemoteCallName()
 
 void InvocationNotRegistered()
 {
-    XSdmThrow(XSdmLocation(kUnit, __LINE__, DoRemoteCallName()), E_FAIL,
-              L"proxy call invokation implementation not registered");
+    Report().Raise(__LINE__, DoRemoteCallName(), E_FAIL, L"proxy call invokation implementation not registered");
 }
 
 HRESULT OnWrappedException(const XWrappedWQException& exception) noexcept

@@ -1,6 +1,6 @@
 #include "wqcomfunctor.h"
 
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 
 namespace WQComFunctor
 {
@@ -8,26 +8,28 @@ namespace report
 {
 namespace
 {
-const char kUnit[] = "wqcomfunctor";
+const XSdmReporter& Report()
+{
+    static const XSdmReporter report("wqcomfunctor", GUID_NULL);
+    return report;
 }
+} // namespace
 
 void CheckTarget(const void* target, const wchar_t* function)
 {
     if (target)
         return;
-    XWQError::CheckPtr_ThrowExcep(XSdmLocation(kUnit, __LINE__, XWQComBSTR(function)), target,
-                                  XWQComBSTR(L"interface pointer is NULL"));
+    Report().CheckPointerOrRaise(__LINE__, XWQComBSTR(function), target, L"interface pointer is NULL");
 }
 
 void InvalidCallHandler()
 {
-    XSdmThrow(XSdmLocation(kUnit, __LINE__, XSDM_FUNCTION_NAME(L"XComFunImpl::funCallImpl")), E_FAIL,
-              L"call handler is not valid");
+    Report().Raise(__LINE__, XSDM_FUNCTION_NAME(L"XComFunImpl::funCallImpl"), E_FAIL, L"call handler is not valid");
 }
 
 void OutOfMemory()
 {
-    throw _com_error(E_OUTOFMEMORY);
+    XSdmRaiseOutOfMemory();
 }
 } // namespace report
 } // namespace WQComFunctor

@@ -1,14 +1,18 @@
 #include "xsessiondatamng.h"
 
 #include "xcomtypes.h"
-#include "xnamecheck.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 #include "xsessiondatamngimpl.h"
 
 namespace
 {
-const char kUnit[] = "xsessiondatamng";
 volatile LONG g_liveManagers = 0;
+
+const XSdmReporter& Report()
+{
+    static const XSdmReporter report("xsessiondatamng", IID_IWQ_SessionDataMng);
+    return report;
+}
 
 // Runs call on the core. A core that cannot be created is reported through CheckPtr at the
 // method's location; whatever the core's code throws (out of memory while copying strings)
@@ -17,15 +21,14 @@ template <class Call, class Check = void (*)(XNameCheck&)>
 HRESULT OnCore(unsigned long line, const XWQComBSTR& function, Call&& call,
                Check&& check = [](XNameCheck&) {}) noexcept
 {
-    return XSdmBoundary(kUnit, line, function, IID_IWQ_SessionDataMng, [&]() -> HRESULT {
-        XNameCheck names(kUnit, line, function, IID_IWQ_SessionDataMng);
+    return Report().Run(line, function, [&]() -> HRESULT {
+        XNameCheck names = Report().Names(line, function);
         check(names);
         if (FAILED(names.Result()))
             return names.Result();
         XSessionDataMngImpl* core = XSessionDataMngImpl::GetInstance();
         if (!core)
-            return XWQError::CheckPtr(XSdmLocation(kUnit, line, function, IID_IWQ_SessionDataMng), core,
-                                      XWQComBSTR());
+            return Report().CheckPointer(line, function, core);
         return call(*core);
     });
 }

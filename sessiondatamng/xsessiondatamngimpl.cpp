@@ -2,7 +2,7 @@
 
 #include "xcomtypes.h"
 #include "xkeywalk.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 #include "xvalueconversion.h"
 #include "XSimpleCrypt.h"
 
@@ -100,27 +100,16 @@ HRESULT HandOut(const PairMap& pairs, ULONG* count, tagSESSIONDATAVALUE** list)
     if (pairs.empty())
         return S_FALSE;
     const ULONG size = static_cast<ULONG>(pairs.size());
-    auto* records = static_cast<tagSESSIONDATAVALUE*>(::CoTaskMemAlloc(size * sizeof(tagSESSIONDATAVALUE)));
-    if (!records)
-        throw _com_error(E_OUTOFMEMORY);
-    ULONG filled = 0;
-    for (const auto& pair : pairs)
-    {
-        records[filled].bstrValueName = ::SysAllocStringLen(pair.first.data(), static_cast<UINT>(pair.first.size()));
-        records[filled].bstrValue = ::SysAllocStringLen(pair.second.data(), static_cast<UINT>(pair.second.size()));
-        ++filled;
-        if (!records[filled - 1].bstrValueName || !records[filled - 1].bstrValue)
-        {
-            XFreeValueArray(records, filled);
-            throw _com_error(E_OUTOFMEMORY);
-        }
-    }
+    XValueArray records = XValueArrayOf(
+        pairs, size, [](const PairMap::value_type& pair) { return std::wstring_view(pair.first); },
+        [](const PairMap::value_type& pair) { return std::wstring_view(pair.second); });
     if (count)
         *count = size;
     if (list)
-        *list = records;
-    else
-        XFreeValueArray(records, size);
+    {
+        ULONG handed = 0;
+        records.Release(&handed, list);
+    }
     return S_OK;
 }
 
@@ -592,10 +581,11 @@ HRESULT XSessionDataMngImpl::FlushAsyncStorage(LONG dataType)
 HRESULT XSessionDataMngImpl::GetLastErrorAsyncExecution(LONG dataType, HRESULT* asyncResult)
 {
     if (!asyncResult)
-        return XWQError::CheckPtr(
-            XSdmLocation(kUnit, __LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMngImpl::GetLastErrorAsyncExecution"),
-                         IID_IWQ_SessionDataMng),
-            asyncResult, XWQComBSTR());
+    {
+        static const XSdmReporter report(kUnit, IID_IWQ_SessionDataMng);
+        return report.CheckPointer(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataMngImpl::GetLastErrorAsyncExecution"),
+                                   asyncResult);
+    }
     *asyncResult = S_OK;
     if (dataType == 0)
         return S_FALSE;

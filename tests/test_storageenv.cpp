@@ -229,7 +229,9 @@ TEST_F(EnvironmentStorageTest, AFailingVariableIsReportedAndTheOthersAreStillSet
 {
     SetMarkerErrorInfo(L"marker");
     EXPECT_EQ(E_FAIL, StorePairs(storage.Get(), L"part", {{L"a=b", L"bad"}, {L"good", L"set"}}));
-    EXPECT_TRUE(LogHas({"XSessionDataStorageEnv::StoreData -> Open registry key with write access failed"}));
+    // Logged at the method's location, with the program's own message.
+    EXPECT_TRUE(LogHas({"\tXSessionDataStorageEnv::StoreData\txsessiondatastorageenv:",
+                        "XSessionDataStorageEnv::StoreData -> Open registry key with write access failed"}));
     EXPECT_NE(L"marker", TakeErrorInfo().description);
     EXPECT_EQ(L"set", Raw::EnvironmentValue(L"PART/GOOD"));
 }

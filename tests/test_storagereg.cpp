@@ -115,7 +115,9 @@ TEST_F(RegistryStorageTest, InitializeFallsBackToReadAccessAndWritesThenFailWith
     EXPECT_EQ((Pairs{{L"old", L"1"}}), read.pairs);
 
     EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED), StorePairs(Base(), L"", {{L"new", L"2"}}));
-    EXPECT_TRUE(LogHas({"XSessionDataStorageReg::StoreData -> Set value failed"}));
+    // Logged at the method's location, with the step that failed before the system's text.
+    EXPECT_TRUE(LogHas({"\tXSessionDataStorageReg::StoreData\txsessiondatastoragereg:",
+                        "XSessionDataStorageReg::StoreData -> Set value failed: system error 5"}));
     EXPECT_EQ(std::nullopt, Raw::StringValue(HKEY_CURRENT_USER, root.Path(), L"new"));
 }
 

@@ -76,7 +76,7 @@ TEST(ReadAllSelfListing, AStorageThatListsTheRootAndAKeyTwiceHasEachReadOnce)
     storage->SetSubKeys(L"Root", {L"Root", L"root/child", L"ROOT\\CHILD", L"root/"});
 
     XKeyValueArray records;
-    ASSERT_EQ(S_OK, XReadAllStorageData(storage->Storage(), "test", GUID_NULL, XWQComBSTR(L"Root"),
+    ASSERT_EQ(S_OK, XReadAllStorageData(storage->Storage(), XSdmReporter("test", GUID_NULL), XWQComBSTR(L"Root"),
                                         records.CountAddress(), records.ItemsAddress()));
     ASSERT_EQ(2u, records.Count());
     EXPECT_STREQ(L"root", records[0].bstrKeyName);

@@ -154,10 +154,11 @@ HRESULT XWQError::SetComAppError(const WQErrorLocation& location, HRESULT hr, co
     return Report(location, hr, kDefaultSeverity, Join(message, detail), true);
 }
 
-HRESULT XWQError::HandleAPIError(const XWQComBSTR& module, const XWQComBSTR& function, unsigned long line,
-                                 DWORD errorCode, bool setErrorInfo)
+namespace
 {
-    const HRESULT hr = errorCode ? HRESULT_FROM_WIN32(errorCode) : E_FAIL;
+// "system error <code>: <the system's text for it>".
+XWQComBSTR SystemErrorText(DWORD errorCode)
+{
     wchar_t* systemText = nullptr;
     ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
                      nullptr, errorCode, 0, reinterpret_cast<LPWSTR>(&systemText), 0, nullptr);
@@ -166,9 +167,34 @@ HRESULT XWQError::HandleAPIError(const XWQComBSTR& module, const XWQComBSTR& fun
     const XWQComBSTR text = Join(XWQComBSTR(head), XWQComBSTR(systemText));
     if (systemText)
         ::LocalFree(systemText);
+    return text;
+}
+
+HRESULT ResultOfApiError(DWORD errorCode) noexcept
+{
+    return errorCode ? HRESULT_FROM_WIN32(errorCode) : E_FAIL;
+}
+} // namespace
+
+HRESULT XWQError::HandleAPIError(const XWQComBSTR& module, const XWQComBSTR& function, unsigned long line,
+                                 DWORD errorCode, bool setErrorInfo)
+{
+    const HRESULT hr = ResultOfApiError(errorCode);
+    const XWQComBSTR text = SystemErrorText(errorCode);
     const WQErrorLocation location("", line, module, function);
     if (setErrorInfo)
         SetErrorInfoText(module, text, GUID_NULL);
+    Log(location, hr, kDefaultSeverity, text);
+    return hr;
+}
+
+HRESULT XWQError::HandleAPIError(const WQErrorLocation& location, DWORD errorCode, const XWQComBSTR& message,
+                                 bool setErrorInfo)
+{
+    const HRESULT hr = ResultOfApiError(errorCode);
+    const XWQComBSTR text = Join(message, SystemErrorText(errorCode));
+    if (setErrorInfo)
+        SetErrorInfoText(location.Module(), text, location.Guid());
     Log(location, hr, kDefaultSeverity, text);
     return hr;
 }

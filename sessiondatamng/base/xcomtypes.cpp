@@ -1,5 +1,26 @@
 #include "xcomtypes.h"
 
+#include "xsdmreporter.h"
+
+#include <cstring>
+
+void* XAllocZeroedCoTaskMem(size_t bytes)
+{
+    void* memory = ::CoTaskMemAlloc(bytes);
+    if (!memory)
+        XSdmRaiseOutOfMemory();
+    std::memset(memory, 0, bytes);
+    return memory;
+}
+
+BSTR XNewBstr(const wchar_t* text, size_t length)
+{
+    BSTR copy = ::SysAllocStringLen(text, static_cast<UINT>(length));
+    if (!copy)
+        XSdmRaiseOutOfMemory();
+    return copy;
+}
+
 void XFreeValueRecords(tagSESSIONDATAVALUE* records, ULONG count) noexcept
 {
     if (!records)

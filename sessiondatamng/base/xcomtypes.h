@@ -5,6 +5,9 @@
 
 #include "xsessiondatamng_h.h"
 #include <oleauto.h>
+
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 class XVariant
@@ -47,6 +50,20 @@ public:
     XCoTaskArray() noexcept = default;
     XCoTaskArray(const XCoTaskArray&) = delete;
     XCoTaskArray& operator=(const XCoTaskArray&) = delete;
+    XCoTaskArray(XCoTaskArray&& other) noexcept
+        : m_count(std::exchange(other.m_count, 0)), m_items(std::exchange(other.m_items, nullptr))
+    {
+    }
+    XCoTaskArray& operator=(XCoTaskArray&& other) noexcept
+    {
+        if (this != &other)
+        {
+            Reset();
+            m_count = std::exchange(other.m_count, 0);
+            m_items = std::exchange(other.m_items, nullptr);
+        }
+        return *this;
+    }
     ~XCoTaskArray() { Reset(); }
 
     void Reset() noexcept
@@ -77,3 +94,56 @@ private:
 using XValueArray = XCoTaskArray<tagSESSIONDATAVALUE, XFreeValueArray>;
 using XBstrArray = XCoTaskArray<BSTR, XFreeBstrArray>;
 using XKeyValueArray = XCoTaskArray<tagKEY_SESSIONDATAVALUE, XFreeKeyValueArray>;
+
+// The one way arrays for a caller are made: count zeroed items from CoTaskMemAlloc, owned (with
+// every string put in them) by the returned owner until it hands them out with Release. A
+// failed allocation raises the module's out-of-memory exception.
+void* XAllocZeroedCoTaskMem(size_t bytes);
+template <class Array>
+Array XNewCoTaskArray(ULONG count)
+{
+    using Item = std::remove_reference_t<decltype(std::declval<Array&>()[0])>;
+    Array array;
+    if (count > 0)
+    {
+        *array.ItemsAddress() = static_cast<Item*>(XAllocZeroedCoTaskMem(count * sizeof(Item)));
+        *array.CountAddress() = count;
+    }
+    return array;
+}
+// A new BSTR of length characters of text (embedded NULs kept); raises out of memory.
+BSTR XNewBstr(const wchar_t* text, size_t length);
+// Value records of count pairs taken from a range in its order, each name and value a new
+// BSTR: nameOf and valueOf give a pair's texts as std::wstring_view.
+template <class Range, class NameOf, class ValueOf>
+XValueArray XValueArrayOf(const Range& pairs, ULONG count, NameOf&& nameOf, ValueOf&& valueOf)
+{
+    XValueArray array = XNewCoTaskArray<XValueArray>(count);
+    ULONG i = 0;
+    for (const auto& pair : pairs)
+    {
+        if (i == count)
+            break;
+        const std::wstring_view name = nameOf(pair);
+        const std::wstring_view value = valueOf(pair);
+        array[i].bstrValueName = XNewBstr(name.data(), name.size());
+        array[i].bstrValue = XNewBstr(value.data(), value.size());
+        ++i;
+    }
+    return array;
+}
+// Names taken from a range in its order, each a new BSTR: nameOf gives a name's text.
+template <class Range, class NameOf>
+XBstrArray XBstrArrayOf(const Range& names, ULONG count, NameOf&& nameOf)
+{
+    XBstrArray array = XNewCoTaskArray<XBstrArray>(count);
+    ULONG i = 0;
+    for (const auto& name : names)
+    {
+        if (i == count)
+            break;
+        const std::wstring_view text = nameOf(name);
+        array[i++] = XNewBstr(text.data(), text.size());
+    }
+    return array;
+}

@@ -4,7 +4,8 @@
 //   Run           the boundary of a COM method (XSdmBoundary): what the body throws becomes the
 //                 method's HRESULT as the error contract says;
 //   Raise         throws the error library's exception: error info and a log line at the
-//                 boundary;
+//                 boundary (RaiseSystem for a failed system call, CheckPointerOrRaise for a
+//                 null pointer);
 //   CheckPointer  the contract's pointer check, answered at once (S_OK or the reported failure);
 //   Refuse        a request the class itself refuses, answered at once with error info and a log
 //                 line (the application-error path);
@@ -37,6 +38,16 @@ public:
     }
     [[noreturn]] void Raise(unsigned long line, const XWQComBSTR& function, HRESULT hr, const wchar_t* message,
                             XWQEXCEP::EXCEPTION_TYPE type = XWQEXCEP::EXCEP_APPLICATION) const;
+    // Raise for a failed system call: the HRESULT of its error code (E_FAIL for 0).
+    [[noreturn]] void RaiseSystem(unsigned long line, const XWQComBSTR& function, DWORD error,
+                                  const wchar_t* message) const;
+    // Raise for a null pointer, by the contract's pointer check.
+    void CheckPointerOrRaise(unsigned long line, const XWQComBSTR& function, const void* pointer,
+                             const wchar_t* message = L"") const
+    {
+        if (!pointer)
+            RaiseNullPointer(line, function, message);
+    }
     // The location is made only for a report: a check that passes costs nothing.
     HRESULT CheckPointer(unsigned long line, const XWQComBSTR& function, const void* pointer) const
     {
@@ -50,6 +61,7 @@ public:
 
 private:
     HRESULT ReportNullPointer(unsigned long line, const XWQComBSTR& function) const;
+    [[noreturn]] void RaiseNullPointer(unsigned long line, const XWQComBSTR& function, const wchar_t* message) const;
 
     const char* m_unit;
     const GUID& m_guid;

@@ -1,15 +1,12 @@
 #include "xvalueconversion.h"
 #include "xcomtypes.h"
 
-#include <comdef.h>
 
 HRESULT XTextToVariant(const wchar_t* text, UINT length, VARTYPE varType, VARIANT* out)
 {
     XVariant value;
     value.Get().vt = VT_BSTR;
-    value.Get().bstrVal = ::SysAllocStringLen(text ? text : L"", text ? length : 0);
-    if (!value.Get().bstrVal)
-        throw _com_error(E_OUTOFMEMORY);
+    value.Get().bstrVal = XNewBstr(text ? text : L"", text ? length : 0);
 
     const HRESULT hr = ::VariantChangeType(&value, &value, 0, varType);
     if (FAILED(hr))

@@ -1,6 +1,7 @@
 #include "xcollatedmap.h"
 
-#include <comdef.h>
+#include "xsdmreporter.h"
+
 #include <windows.h>
 
 namespace
@@ -19,10 +20,11 @@ int SortKey(std::wstring_view text, BYTE* out, int size)
                           reinterpret_cast<LPWSTR>(out), size);
 }
 
+// A sort key the platform could not make: the collation of names fails, and with it the call.
 [[noreturn]] void ThrowLastError()
 {
-    const DWORD error = ::GetLastError();
-    throw _com_error(error ? HRESULT_FROM_WIN32(error) : E_FAIL);
+    static const XSdmReporter report("xcollatedmap", GUID_NULL);
+    report.RaiseSystem(__LINE__, XSDM_FUNCTION_NAME(L"XCollationKey"), ::GetLastError(), L"LCMapStringW failed");
 }
 } // namespace
 

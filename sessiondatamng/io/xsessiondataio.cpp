@@ -26,10 +26,10 @@ HRESULT XSessionDataIO::PutValue(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstr
 STDMETHODIMP XSessionDataIO::WriteData(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::WriteData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
         const HRESULT checked =
-            Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Value(bstrValue, NulRefusingHolder()).Result();
+            m_report.Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Value(bstrValue, NulRefusingHolder()).Result();
         if (FAILED(checked))
             return checked;
         const HRESULT put = PutValue(bstrKeyName, bstrValueName, bstrValue);
@@ -40,10 +40,10 @@ STDMETHODIMP XSessionDataIO::WriteData(BSTR bstrKeyName, BSTR bstrValueName, BST
 STDMETHODIMP XSessionDataIO::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR* pbstrValue)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::GetData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
+        HRESULT checked = m_report.Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
         if (SUCCEEDED(checked))
-            checked = CheckPointer(__LINE__, function, pbstrValue);
+            checked = m_report.CheckPointer(__LINE__, function, pbstrValue);
         if (FAILED(checked))
             return checked;
         Guard guard(*this, __LINE__);
@@ -73,12 +73,12 @@ STDMETHODIMP XSessionDataIO::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR*
 STDMETHODIMP XSessionDataIO::GetStringList(BSTR bstrKeyName, ULONG* pulCount, tagSESSIONDATAVALUE** ppSessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::GetStringList");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        HRESULT hr = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
+        HRESULT hr = m_report.Names(__LINE__, function).Key(bstrKeyName).Result();
         if (SUCCEEDED(hr))
-            hr = CheckPointer(__LINE__, function, pulCount);
+            hr = m_report.CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
-            hr = CheckPointer(__LINE__, function, ppSessionDataList);
+            hr = m_report.CheckPointer(__LINE__, function, ppSessionDataList);
         if (FAILED(hr))
             return hr;
         Guard guard(*this, __LINE__);
@@ -92,10 +92,10 @@ STDMETHODIMP XSessionDataIO::GetStringList(BSTR bstrKeyName, ULONG* pulCount, ta
 STDMETHODIMP XSessionDataIO::WriteStringList(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pSessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::WriteStringList");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
         const HRESULT checked =
-            Names(__LINE__, function).List(bstrKeyName, ulCount, pSessionDataList, NulRefusingHolder()).Result();
+            m_report.Names(__LINE__, function).List(bstrKeyName, ulCount, pSessionDataList, NulRefusingHolder()).Result();
         if (FAILED(checked))
             return checked;
         if (ulCount == 0)
@@ -113,7 +113,7 @@ STDMETHODIMP XSessionDataIO::WriteStringList(BSTR bstrKeyName, ULONG ulCount, ta
 STDMETHODIMP XSessionDataIO::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursive, ULONG* pulCount, BSTR** ppKeyNameList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::GetSubKeys");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
         return ForwardSubKeys(__LINE__, function, bstrKeyName, ulRecursive, pulCount, ppKeyNameList);
     });
 }
@@ -122,8 +122,8 @@ STDMETHODIMP XSessionDataIO::SaveData(BSTR bstrKeyName, BSTR bstrValueName)
 {
     // Every write has already been stored.
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::SaveData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT checked = m_report.Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
         return FAILED(checked) ? checked : S_OK;
     });
 }

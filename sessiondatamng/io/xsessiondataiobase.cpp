@@ -55,14 +55,6 @@ STDMETHODIMP XSessionDataIOBase::GetStorageType(SDM_STORAGE_TYPE* pStorageType)
     return S_OK;
 }
 
-HRESULT XSessionDataIOBase::CheckPointer(unsigned long line, const XWQComBSTR& function, const void* pointer) const
-{
-    // The location is made only for a report: a check that passes costs nothing.
-    if (pointer)
-        return S_OK;
-    return XWQError::CheckPtr(XSdmLocation(m_unit, line, function, m_classId), pointer, XWQComBSTR());
-}
-
 HRESULT XSessionDataIOBase::PutValue(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue)
 {
     Guard guard(*this, __LINE__);
@@ -168,21 +160,10 @@ HRESULT XSessionDataIOBase::StoreDirtyValues(XKeyTable::Entry& key, const XValue
 
 tagSESSIONDATAVALUE* XSessionDataIOBase::NewListFromTable(const XValueTable& table, ULONG count)
 {
-    XValueArray list;
-    *list.ItemsAddress() = static_cast<tagSESSIONDATAVALUE*>(::CoTaskMemAlloc(count * sizeof(tagSESSIONDATAVALUE)));
-    if (!list.Items())
-        throw _com_error(E_OUTOFMEMORY);
-    std::memset(list.Items(), 0, count * sizeof(tagSESSIONDATAVALUE));
-    *list.CountAddress() = count;
-    ULONG i = 0;
-    for (const XValueTable::Entry& entry : table)
-    {
-        if (i == count)
-            break;
-        list[i].bstrValueName = entry.name.Copy();
-        list[i].bstrValue = entry.value.Text().Copy();
-        ++i;
-    }
+    // Records past the table's size stay null.
+    XValueArray list = XValueArrayOf(
+        table, count, [](const XValueTable::Entry& entry) { return XTextOf(entry.name); },
+        [](const XValueTable::Entry& entry) { return XTextOf(entry.value.Text()); });
     ULONG filled = 0;
     tagSESSIONDATAVALUE* out = nullptr;
     list.Release(&filled, &out);
@@ -255,12 +236,12 @@ HRESULT XSessionDataIOBase::ForwardSubKeys(unsigned long line, const XWQComBSTR&
                                            ULONG ulRecursive, ULONG* pulCount, BSTR** ppKeyNameList)
 {
     Guard guard(*this, __LINE__);
-    HRESULT hr = Names(line, function).Key(bstrKeyName).Result();
+    HRESULT hr = m_report.Names(line, function).Key(bstrKeyName).Result();
     if (FAILED(hr) || !m_storage)
         return FAILED(hr) ? hr : S_FALSE;
-    hr = CheckPointer(line, function, pulCount);
+    hr = m_report.CheckPointer(line, function, pulCount);
     if (SUCCEEDED(hr))
-        hr = CheckPointer(line, function, ppKeyNameList);
+        hr = m_report.CheckPointer(line, function, ppKeyNameList);
     if (FAILED(hr))
         return hr;
     return m_storage->GetSubKeys(bstrKeyName, ulRecursive, pulCount, ppKeyNameList);
@@ -270,14 +251,14 @@ HRESULT XSessionDataIOBase::ReadAllData(unsigned long line, bool flushFirst, BST
                                         tagKEY_SESSIONDATAVALUE** ppKeySessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIO::GetAllData");
-    return Run(line, function, [&]() -> HRESULT {
+    return m_report.Run(line, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
-        HRESULT hr = Names(line, function).Key(bstrRootKeyName).Result();
+        HRESULT hr = m_report.Names(line, function).Key(bstrRootKeyName).Result();
         if (FAILED(hr) || !m_storage)
             return FAILED(hr) ? hr : S_FALSE;
-        hr = CheckPointer(line, function, pulCount);
+        hr = m_report.CheckPointer(line, function, pulCount);
         if (SUCCEEDED(hr))
-            hr = CheckPointer(line, function, ppKeySessionDataList);
+            hr = m_report.CheckPointer(line, function, ppKeySessionDataList);
         if (FAILED(hr))
             return hr;
         if (flushFirst)

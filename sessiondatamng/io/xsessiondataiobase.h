@@ -6,8 +6,7 @@
 #pragma once
 
 #include "xcomobject.h"
-#include "xnamecheck.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 #include "xsessiondatamng_h.h"
 #include "xsessiondatavalues.h"
 #include "xstoragekind.h"
@@ -43,13 +42,13 @@ public:
 protected:
     // unit: the source unit named in lock diagnostics and error locations; classId: the GUID
     // of the error info that this object reports.
-    XSessionDataIOBase(const char* unit, const CLSID& classId) noexcept : m_unit(unit), m_classId(classId) {}
+    XSessionDataIOBase(const char* unit, const CLSID& classId) noexcept : m_report(unit, classId) {}
 
     // Holds the object's lock for a scope (reentrant on the same thread).
     class Guard
     {
     public:
-        Guard(XSessionDataIOBase& io, unsigned long line) noexcept : m_guard(io.m_lock, io.m_unit, line)
+        Guard(XSessionDataIOBase& io, unsigned long line) noexcept : m_guard(io.m_lock, io.m_report.Unit(), line)
         {
             m_guard.Lock();
         }
@@ -58,19 +57,6 @@ protected:
         XSmartThreadBasedCritSectPtr m_guard;
     };
 
-    // Runs an interface method's body through the module's error boundary at this layer's location.
-    template <class Body>
-    HRESULT Run(unsigned long line, const XWQComBSTR& function, Body&& body) const noexcept
-    {
-        return XSdmBoundary(m_unit, line, function, m_classId, std::forward<Body>(body));
-    }
-    // The pointer check of the error contract (empty message) at this layer's location.
-    HRESULT CheckPointer(unsigned long line, const XWQComBSTR& function, const void* pointer) const;
-    // The check of keys, value names and values at this layer's location.
-    XNameCheck Names(unsigned long line, const XWQComBSTR& function) const noexcept
-    {
-        return XNameCheck(m_unit, line, function, m_classId);
-    }
     // The bound storage's name where it cannot hold a value with a NUL character inside
     // (registry, environment); null where it can (or none is bound).
     const wchar_t* NulRefusingHolder() const noexcept { return XStorageRefusesNulValues(m_storageKind); }
@@ -146,9 +132,9 @@ protected:
     XKeyTable m_table;
     XThreadBasedCritSect m_lock;
 
+    // Where this layer reports (its source unit and class identity), and its boundary.
+    const XSdmReporter m_report;
+
 private:
     void MergeAllData(const tagKEY_SESSIONDATAVALUE* records, ULONG count);
-
-    const char* const m_unit;
-    const CLSID& m_classId;
 };

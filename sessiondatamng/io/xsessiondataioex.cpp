@@ -5,11 +5,6 @@
 
 namespace
 {
-const XWQComBSTR& StorageNotSetMessage()
-{
-    static const XWQComBSTR message(L"storage instance not set");
-    return message;
-}
 } // namespace
 
 XSessionDataIOEx::XSessionDataIOEx() noexcept : m_innerIO(static_cast<IWQ_SessionDataIOEx*>(this)) {}
@@ -24,25 +19,23 @@ STDMETHODIMP XSessionDataIOEx::InterfaceSupportsErrorInfo(REFIID iid)
     return ::IsEqualIID(iid, IID_IWQ_SessionDataIOEx) || ::IsEqualIID(iid, IID_IWQ_SessionDataIO) ? S_OK : S_FALSE;
 }
 
-HRESULT XSessionDataIOEx::CheckPointer(unsigned long line, const XWQComBSTR& function, const void* pointer)
+const XSdmReporter& XSessionDataIOEx::Report()
 {
-    if (pointer)
-        return S_OK;
-    return XWQError::CheckPtr(XSdmLocation(kUnit, line, function, ObjectClsid()), pointer, XWQComBSTR());
+    static const XSdmReporter report("xsessiondataioex", CLSID_WQ_SessionDataIOEx);
+    return report;
 }
 
 HRESULT XSessionDataIOEx::CheckStorage(unsigned long line, const XWQComBSTR& function) const
 {
     if (m_storageEx)
         return S_OK;
-    return XWQError::SetComSystemError(XSdmLocation(kUnit, line, function, ObjectClsid()), E_POINTER,
-                                       StorageNotSetMessage(), XWQComBSTR());
+    return Report().Refuse(line, function, E_POINTER, L"storage instance not set");
 }
 
 STDMETHODIMP XSessionDataIOEx::SetStorage(IWQ_SessionDataStorage* piSessionDataStorage)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::SetStorage");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         const HRESULT bound = m_innerIO.SetStorage(piSessionDataStorage);
         if (FAILED(bound))
             return bound;
@@ -52,12 +45,9 @@ STDMETHODIMP XSessionDataIOEx::SetStorage(IWQ_SessionDataStorage* piSessionDataS
             storage.As(storageEx);
         m_storageEx = storageEx;
         if (!storage)
-            return XWQError::SetComSystemError(XSdmLocation(kUnit, __LINE__, function, ObjectClsid()), E_INVALIDARG,
-                                               XWQComBSTR(L"storage is NULL"), XWQComBSTR());
+            return Report().Refuse(__LINE__, function, E_INVALIDARG, L"storage is NULL");
         if (!storageEx)
-            return XWQError::SetComSystemError(XSdmLocation(kUnit, __LINE__, function, ObjectClsid()), E_INVALIDARG,
-                                               XWQComBSTR(L"storage does not implement IWQ_SessionDataStorageEx"),
-                                               XWQComBSTR());
+            return Report().Refuse(__LINE__, function, E_INVALIDARG, L"storage does not implement IWQ_SessionDataStorageEx");
         m_storageKind = XClassifyStorage(piSessionDataStorage);
         if (m_storageKind == XSTORAGE_DATABASE)
         {
@@ -109,7 +99,7 @@ STDMETHODIMP XSessionDataIOEx::FlushCache(SESSIONDATATYPE dataType)
 STDMETHODIMP XSessionDataIOEx::FlushAsyncStorage()
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::FlushAsyncStorage");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         const HRESULT hr = CheckStorage(__LINE__, function);
         return FAILED(hr) ? hr : m_storageEx->FlushAsyncStorage();
     });
@@ -119,7 +109,7 @@ STDMETHODIMP XSessionDataIOEx::GetLastErrorAsyncExecution(HRESULT* phrAsyncResul
 {
     // Reported under the flush's name, as clients have always seen it.
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::FlushAsyncStorage");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         const HRESULT hr = CheckStorage(__LINE__, function);
         return FAILED(hr) ? hr : m_storageEx->GetLastErrorAsyncExecution(phrAsyncResult);
     });
@@ -146,8 +136,8 @@ STDMETHODIMP XSessionDataIOEx::WriteObjectData(IUnknown* piObject, BSTR bstrKeyN
                                                BSTR bstrValue)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::WriteObjectData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).ValueName(bstrValueName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
         if (FAILED(named))
             return named;
         const HRESULT hr = CheckStorage(__LINE__, function);
@@ -163,11 +153,11 @@ STDMETHODIMP XSessionDataIOEx::GetObjectData(IUnknown* piObject, BSTR bstrKeyNam
                                              BSTR* pbstrValue)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::GetObjectData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).ValueName(bstrValueName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
         if (FAILED(named))
             return named;
-        HRESULT hr = CheckPointer(__LINE__, function, pbstrValue);
+        HRESULT hr = Report().CheckPointer(__LINE__, function, pbstrValue);
         if (SUCCEEDED(hr))
             hr = CheckStorage(__LINE__, function);
         if (FAILED(hr))
@@ -205,13 +195,13 @@ STDMETHODIMP XSessionDataIOEx::GetObjectStringList(IUnknown* piObject, BSTR bstr
                                                    tagSESSIONDATAVALUE** ppSessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::GetObjectStringList");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
-        HRESULT hr = CheckPointer(__LINE__, function, pulCount);
+        HRESULT hr = Report().CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
-            hr = CheckPointer(__LINE__, function, ppSessionDataList);
+            hr = Report().CheckPointer(__LINE__, function, ppSessionDataList);
         if (SUCCEEDED(hr))
             hr = CheckStorage(__LINE__, function);
         return FAILED(hr) ? hr : m_storageEx->ReadObjectData(piObject, bstrKeyName, pulCount, ppSessionDataList);
@@ -222,8 +212,8 @@ STDMETHODIMP XSessionDataIOEx::WriteObjectStringList(IUnknown* piObject, BSTR bs
                                                      tagSESSIONDATAVALUE* pSessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::WriteObjectStringList");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Records(ulCount, pSessionDataList).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pSessionDataList).Result();
         if (FAILED(named))
             return named;
         const HRESULT hr = CheckStorage(__LINE__, function);
@@ -235,13 +225,13 @@ STDMETHODIMP XSessionDataIOEx::GetObjectSubKeys(IUnknown* piObject, BSTR bstrKey
                                                 ULONG* pulCount, BSTR** ppKeyNameList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::GetObjectSubKeys");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
-        HRESULT hr = CheckPointer(__LINE__, function, pulCount);
+        HRESULT hr = Report().CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
-            hr = CheckPointer(__LINE__, function, ppKeyNameList);
+            hr = Report().CheckPointer(__LINE__, function, ppKeyNameList);
         if (SUCCEEDED(hr))
             hr = CheckStorage(__LINE__, function);
         return FAILED(hr) ? hr
@@ -252,8 +242,8 @@ STDMETHODIMP XSessionDataIOEx::GetObjectSubKeys(IUnknown* piObject, BSTR bstrKey
 STDMETHODIMP XSessionDataIOEx::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyName)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::DeleteObjectKey");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         const HRESULT hr = CheckStorage(__LINE__, function);
@@ -264,8 +254,8 @@ STDMETHODIMP XSessionDataIOEx::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyN
 STDMETHODIMP XSessionDataIOEx::DeleteKey(BSTR bstrKeyName)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIOEx::DeleteKey");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = XNameCheck(kUnit, __LINE__, function, ObjectClsid()).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         const HRESULT hr = CheckStorage(__LINE__, function);

@@ -67,21 +67,13 @@ public:
     STDMETHODIMP IsUserProfileIO(long* pbUserProfile) override;
 
 private:
-    // Runs a method body through the module's error boundary at this layer's location.
-    template <class Body>
-    HRESULT Run(unsigned long line, const XWQComBSTR& function, Body&& body) const noexcept
-    {
-        return XSdmBoundary(kUnit, line, function, ObjectClsid(), std::forward<Body>(body));
-    }
-    // The pointer check of the error contract (empty message) at this layer's location.
-    static HRESULT CheckPointer(unsigned long line, const XWQComBSTR& function, const void* pointer);
+    // Where this layer reports, and its boundary.
+    static const XSdmReporter& Report();
     // S_OK when storageEx is set; else "storage instance not set" (E_POINTER) reported at the
     // location of function.
     HRESULT CheckStorage(unsigned long line, const XWQComBSTR& function) const;
     // Removes from the inner layer's cache the keys and markers that begin with the key.
     void ForgetKey(BSTR bstrKeyName);
-
-    static constexpr const char* kUnit = "xsessiondataioex";
 
     XSessionDataIOImpl m_innerIO;
     XComPtr<IWQ_SessionDataStorageEx> m_storageEx;

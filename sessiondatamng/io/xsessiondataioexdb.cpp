@@ -14,8 +14,9 @@ template <class Check, class Call>
 HRESULT XSessionDataIOExDB::ForwardChecked(unsigned long line, const XWQComBSTR& function, Check&& check, Call&& call)
 {
     // Names are checked before the root is asked; only the report could throw (memory).
-    const HRESULT checked = XSdmBoundary("xsessiondataioexdb", line, function, ObjectClsid(), [&]() -> HRESULT {
-        XNameCheck names("xsessiondataioexdb", line, function, ObjectClsid());
+    static const XSdmReporter report("xsessiondataioexdb", CLSID_WQ_SessionDataIOExDB);
+    const HRESULT checked = report.Run(line, function, [&]() -> HRESULT {
+        XNameCheck names = report.Names(line, function);
         check(names);
         return names.Result();
     });

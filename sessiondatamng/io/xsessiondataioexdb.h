@@ -7,8 +7,7 @@
 #pragma once
 
 #include "xcomobject.h"
-#include "xnamecheck.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 #include "xsessiondatamng_h.h"
 
 class XSessionDataIOExDB : public IWQ_SessionDataIOExDB, public ISupportErrorInfo

@@ -23,10 +23,10 @@ XSessionDataIONoCache::XSessionDataIONoCache() noexcept : XSessionDataIOBase(kUn
 STDMETHODIMP XSessionDataIONoCache::WriteData(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::WriteData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
         const HRESULT checked =
-            Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Value(bstrValue, NulRefusingHolder()).Result();
+            m_report.Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Value(bstrValue, NulRefusingHolder()).Result();
         if (FAILED(checked))
             return checked;
         const HRESULT put = PutValue(bstrKeyName, bstrValueName, bstrValue);
@@ -40,8 +40,8 @@ STDMETHODIMP XSessionDataIONoCache::WriteData(BSTR bstrKeyName, BSTR bstrValueNa
 STDMETHODIMP XSessionDataIONoCache::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR* pbstrValue)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::GetData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT checked = m_report.Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
         if (FAILED(checked))
             return checked;
         Guard guard(*this, __LINE__);
@@ -67,12 +67,12 @@ STDMETHODIMP XSessionDataIONoCache::GetStringList(BSTR bstrKeyName, ULONG* pulCo
                                                   tagSESSIONDATAVALUE** ppSessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::GetStringList");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        HRESULT hr = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
+        HRESULT hr = m_report.Names(__LINE__, function).Key(bstrKeyName).Result();
         if (SUCCEEDED(hr))
-            hr = CheckPointer(__LINE__, function, pulCount);
+            hr = m_report.CheckPointer(__LINE__, function, pulCount);
         if (SUCCEEDED(hr))
-            hr = CheckPointer(__LINE__, function, ppSessionDataList);
+            hr = m_report.CheckPointer(__LINE__, function, ppSessionDataList);
         if (FAILED(hr))
             return hr;
         Guard guard(*this, __LINE__);
@@ -88,10 +88,10 @@ STDMETHODIMP XSessionDataIONoCache::WriteStringList(BSTR bstrKeyName, ULONG ulCo
                                                     tagSESSIONDATAVALUE* pSessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::WriteStringList");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
         Guard guard(*this, __LINE__);
         const HRESULT checked =
-            Names(__LINE__, function).List(bstrKeyName, ulCount, pSessionDataList, NulRefusingHolder()).Result();
+            m_report.Names(__LINE__, function).List(bstrKeyName, ulCount, pSessionDataList, NulRefusingHolder()).Result();
         if (FAILED(checked))
             return checked;
         EmptiedOnExit emptied(m_table);
@@ -109,7 +109,7 @@ STDMETHODIMP XSessionDataIONoCache::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursi
                                                BSTR** ppKeyNameList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::GetSubKeys");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
         return ForwardSubKeys(__LINE__, function, bstrKeyName, ulRecursive, pulCount, ppKeyNameList);
     });
 }
@@ -117,8 +117,8 @@ STDMETHODIMP XSessionDataIONoCache::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursi
 STDMETHODIMP XSessionDataIONoCache::SaveData(BSTR bstrKeyName, BSTR bstrValueName)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataIONoCache::SaveData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT checked = Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
+    return m_report.Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT checked = m_report.Names(__LINE__, function).Key(bstrKeyName).ValueName(bstrValueName).Result();
         if (FAILED(checked))
             return checked;
         Guard guard(*this, __LINE__);

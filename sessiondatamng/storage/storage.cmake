@@ -10,7 +10,8 @@ set(SDM_STORAGE_SOURCES
   xasyncstoragedelegator.cpp
   xstoragedelegatortask.cpp
   xstoragerootconnhandler.cpp
-  xstoragerootregistration.cpp)
+  xstoragerootregistration.cpp
+  xdelegatorreport.cpp)
 list(TRANSFORM SDM_STORAGE_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
 
 add_library(sdm_storage STATIC ${SDM_STORAGE_SOURCES})

@@ -1,13 +1,12 @@
 #include "xasyncstoragedelegator.h"
 
-#include "xsdmerror.h"
+#include "xdelegatorreport.h"
 #include "xstoragedelegatortask.h"
 
 #include <objbase.h>
 
 namespace
 {
-const char kUnit[] = "xasyncstoragedelegator";
 
 // The interval the delegator's task starts with, in seconds.
 constexpr long kDefaultInterval = 20;
@@ -27,10 +26,6 @@ const XWQComBSTR& TerminateName()
     return XSDM_FUNCTION_NAME(L"XAsyncStorageDelegator::Terminate");
 }
 
-WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
-{
-    return XSdmLocation(kUnit, line, function);
-}
 } // namespace
 
 struct XAsyncStorageDelegator::State
@@ -63,12 +58,12 @@ long XAsyncStorageDelegator::ClampWriteInterval(long seconds) noexcept
 
 void XAsyncStorageDelegator::SetStorageRoot(IWQ_SessionDataIOEx* root)
 {
-    XWQError::CheckPtr_ThrowExcep(Where(__LINE__, SetStorageRootName()), root, XWQComBSTR());
+    XDelegatorReport().CheckPointerOrRaise(__LINE__, SetStorageRootName(), root);
     XSmartCritSection<XRefCountCritSection>::WriteRef binding(m_state->rootLock);
 
     // Calls piped for the old root run on the old root; a failure of that is reported, but
     // does not stop the binding.
-    XSdmBoundary(kUnit, __LINE__, SetStorageRootName(), GUID_NULL, [this] {
+    XDelegatorReport().Run(__LINE__, SetStorageRootName(), [this] {
         if (m_registration.IsRegistered())
         {
             if (m_task->Status() != psNotStarted)
@@ -111,7 +106,7 @@ void XAsyncStorageDelegator::FlushStorageCallPipe()
 
 void XAsyncStorageDelegator::GetLastErrorAsyncExecution(HRESULT* result)
 {
-    XWQError::CheckPtr_ThrowExcep(Where(__LINE__, GetLastErrorName()), result, XWQComBSTR());
+    XDelegatorReport().CheckPointerOrRaise(__LINE__, GetLastErrorName(), result);
     *result = m_task->RetainedError();
 }
 
@@ -124,16 +119,16 @@ HRESULT XAsyncStorageDelegator::Terminate() noexcept
 {
     // Closing first: later piping is refused, and the worker leaves its loop after the pass
     // that the flush triggers.
-    XSdmBoundary(kUnit, __LINE__, TerminateName(), GUID_NULL, [this] {
+    XDelegatorReport().Run(__LINE__, TerminateName(), [this] {
         if (m_task->Status() == psStarted)
             m_task->RequestStop();
         return S_OK;
     });
-    const HRESULT flushed = XSdmBoundary(kUnit, __LINE__, TerminateName(), GUID_NULL, [this] {
+    const HRESULT flushed = XDelegatorReport().Run(__LINE__, TerminateName(), [this] {
         FlushStorageCallPipe();
         return S_OK;
     });
-    XSdmBoundary(kUnit, __LINE__, TerminateName(), GUID_NULL, [this] {
+    XDelegatorReport().Run(__LINE__, TerminateName(), [this] {
         SetProceedEvent();
         m_task->Stop();
         return S_OK;

@@ -2,8 +2,7 @@
 
 #include "wqcomfunctor.h"
 #include "xcomtypes.h"
-#include "xnamecheck.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 #include "xsessiondatavalues.h"
 
 #include <cwchar>
@@ -26,14 +25,10 @@ using WriteStringListCall = WQComFunctor::XFunP3<IWQ_SessionDataIOEx, &IWQ_Sessi
                                                  ULONG, tagSESSIONDATAVALUE*>;
 using DeleteKeyCall = WQComFunctor::XFunP1<IWQ_SessionDataIOEx, &IWQ_SessionDataIOEx::DeleteKey, BSTR>;
 
-WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
+const XSdmReporter& Report()
 {
-    return XSdmLocation(kUnit, line, function, XSessionDataStorageDb::ObjectClsid());
-}
-
-XNameCheck Names(unsigned long line, const XWQComBSTR& function)
-{
-    return XNameCheck(kUnit, line, function, XSessionDataStorageDb::ObjectClsid());
+    static const XSdmReporter report(kUnit, XSessionDataStorageDb::ObjectClsid());
+    return report;
 }
 
 // Both out pointers of a read, checked by the pointer check and cleared.
@@ -41,7 +36,7 @@ template <class T>
 HRESULT CheckOut(unsigned long line, const XWQComBSTR& function, ULONG* count, T** items)
 {
     if (!count || !items)
-        return XWQError::CheckPtr(Where(line, function), nullptr, XWQComBSTR());
+        return Report().CheckPointer(line, function, nullptr);
     *count = 0;
     *items = nullptr;
     return S_OK;
@@ -59,18 +54,14 @@ HRESULT HandOut(HRESULT hr, Array& array, ULONG* count, T** items) noexcept
 // A name handed back by the root that is shorter than the root key.
 HRESULT NotBelonging(unsigned long line, const XWQComBSTR& function)
 {
-    return XWQError::SetComSystemError(
-        Where(line, function), E_FAIL,
-        XWQComBSTR(L"the SDM keyname retrieved from database does not belong to the requested root key"),
-        XWQComBSTR());
+    return Report().Refuse(line, function, E_FAIL,
+                           L"the SDM keyname retrieved from database does not belong to the requested root key");
 }
 
 // The refusal of a query over the whole database.
 HRESULT WholeDatabaseQuery(unsigned long line, const XWQComBSTR& function)
 {
-    return XWQError::SetComAppError(Where(line, function), E_INVALIDARG,
-                                    XWQComBSTR(L"root key is empty - for DB query the root key must be set"),
-                                    XWQComBSTR());
+    return Report().Refuse(line, function, E_INVALIDARG, L"root key is empty - for DB query the root key must be set");
 }
 } // namespace
 
@@ -81,19 +72,13 @@ XSessionDataStorageDb::~XSessionDataStorageDb()
     // Terminate runs what is pending; a failure of that has nobody left to return to, so it
     // goes to the log book under this storage's name.
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::~XSessionDataStorageDb");
-    Run(__LINE__, function, [&]() -> HRESULT {
+    Report().Run(__LINE__, function, [&]() -> HRESULT {
         const HRESULT hr = m_delegator.Terminate();
         if (FAILED(hr))
-            XWQError::WriteErrorToLogBook(Where(__LINE__, function), hr, XWQEXCEP::SEV_ERROR,
+            XWQError::WriteErrorToLogBook(Report().Where(__LINE__, function), hr, XWQEXCEP::SEV_ERROR,
                                           XWQComBSTR(L"pending asynchronous writes failed"), false, 0);
         return hr;
     });
-}
-
-template <class Body>
-HRESULT XSessionDataStorageDb::Run(unsigned long line, const XWQComBSTR& function, Body&& body) noexcept
-{
-    return XSdmBoundary(kUnit, line, function, ObjectClsid(), std::forward<Body>(body));
 }
 
 IWQ_SessionDataIOEx* XSessionDataStorageDb::CheckedRoot(unsigned long line, const XWQComBSTR& function) const
@@ -101,9 +86,8 @@ IWQ_SessionDataIOEx* XSessionDataStorageDb::CheckedRoot(unsigned long line, cons
     // The location and message are made only for a report: a bound storage pays nothing.
     if (IWQ_SessionDataIOEx* root = m_storageRoot.Get())
         return root;
-    XWQError::CheckPtr_ThrowExcep(Where(line, function), m_storageRoot.Get(),
-                                  XWQComBSTR(L"DB storage root instance not set"));
-    return m_storageRoot.Get();
+    Report().CheckPointerOrRaise(line, function, nullptr, L"DB storage root instance not set");
+    return nullptr;
 }
 
 BSTR XSessionDataStorageDb::RootSideKey(BSTR key, XWQComBSTR& full) const
@@ -115,7 +99,7 @@ BSTR XSessionDataStorageDb::RootSideKey(BSTR key, XWQComBSTR& full) const
     const UINT rootLength = m_rootKey.Length();
     BSTR joined = ::SysAllocStringLen(nullptr, rootLength + static_cast<UINT>(tail.size()));
     if (!joined)
-        throw std::bad_alloc();
+        XSdmRaiseOutOfMemory();
     std::wmemcpy(joined, m_rootKey.c_str(), rootLength);
     std::wmemcpy(joined + rootLength, tail.data(), tail.size());
     full.Attach(joined);
@@ -142,7 +126,7 @@ bool XSessionDataStorageDb::StripRootKey(BSTR& name) const
         return false;
     BSTR rest = ::SysAllocStringLen(name + cut, length - cut);
     if (!rest)
-        throw std::bad_alloc();
+        XSdmRaiseOutOfMemory();
     ::SysFreeString(std::exchange(name, rest));
     return true;
 }
@@ -214,8 +198,8 @@ STDMETHODIMP XSessionDataStorageDb::StoreData(BSTR bstrKeyName, ULONG ulCount, t
     // when it called this storage directly (see XValueArrayHandover).
     const bool takesArray = UserProfile();
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::StoreData");
-    const HRESULT hr = Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pValueList).Result();
+    const HRESULT hr = Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pValueList).Result();
         if (FAILED(named))
             return named;
         return Write(
@@ -231,8 +215,8 @@ STDMETHODIMP XSessionDataStorageDb::StoreData(BSTR bstrKeyName, ULONG ulCount, t
 STDMETHODIMP XSessionDataStorageDb::DeleteKey(BSTR bstrKeyName)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::DeleteKey");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         return Write(
@@ -245,8 +229,8 @@ STDMETHODIMP XSessionDataStorageDb::DeleteKey(BSTR bstrKeyName)
 STDMETHODIMP XSessionDataStorageDb::ReadData(BSTR bstrKeyName, ULONG* pulCount, tagSESSIONDATAVALUE** ppValueList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::ReadData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         // Pending asynchronous writes are not run first: a read may not see them yet.
@@ -263,8 +247,8 @@ STDMETHODIMP XSessionDataStorageDb::GetSubKeys(BSTR bstrKeyName, ULONG ulRecursi
                                                BSTR** ppKeyNameList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::GetSubKeys");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         return Read<XBstrArray>(__LINE__, function, pulCount, ppKeyNameList,
@@ -288,8 +272,8 @@ STDMETHODIMP XSessionDataStorageDb::ReadAllData(BSTR bstrRootKeyName, ULONG* pul
                                                 tagKEY_SESSIONDATAVALUE** ppKeySessionDataList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::ReadAllData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrRootKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrRootKeyName).Result();
         if (FAILED(named))
             return named;
         return Read<XKeyValueArray>(
@@ -319,7 +303,7 @@ STDMETHODIMP XSessionDataStorageDb::ReadAllData(BSTR bstrRootKeyName, ULONG* pul
 STDMETHODIMP XSessionDataStorageDb::FlushAsyncStorage()
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::FlushAsyncStorage");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!Async())
             return S_OK;
         HRESULT retained = S_OK;
@@ -334,9 +318,9 @@ STDMETHODIMP XSessionDataStorageDb::FlushAsyncStorage()
 STDMETHODIMP XSessionDataStorageDb::GetLastErrorAsyncExecution(HRESULT* phrAsyncResult)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::GetLastErrorAsyncExecution");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!phrAsyncResult)
-            return XWQError::CheckPtr(Where(__LINE__, function), phrAsyncResult, XWQComBSTR());
+            return Report().CheckPointer(__LINE__, function, phrAsyncResult);
         if (!Async())
             *phrAsyncResult = S_OK;
         else
@@ -349,8 +333,8 @@ STDMETHODIMP XSessionDataStorageDb::StoreObjectData(IUnknown* piObject, BSTR bst
                                                     tagSESSIONDATAVALUE* pValueList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::StoreObjectData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pValueList).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pValueList).Result();
         if (FAILED(named))
             return named;
         IWQ_SessionDataIOEx* root = CheckedRoot(__LINE__, function);
@@ -363,8 +347,8 @@ STDMETHODIMP XSessionDataStorageDb::ReadObjectData(IUnknown* piObject, BSTR bstr
                                                    tagSESSIONDATAVALUE** ppValueList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::ReadObjectData");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         return Read<XValueArray>(__LINE__, function, pulCount, ppValueList,
@@ -380,8 +364,8 @@ STDMETHODIMP XSessionDataStorageDb::GetObjectSubKeys(IUnknown* piObject, BSTR bs
                                                      ULONG* pulCount, BSTR** ppKeyNameList)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::GetObjectSubKeys");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         // Object sub-key names come back as the root gives them.
@@ -398,8 +382,8 @@ STDMETHODIMP XSessionDataStorageDb::GetObjectSubKeys(IUnknown* piObject, BSTR bs
 STDMETHODIMP XSessionDataStorageDb::DeleteObjectKey(IUnknown* piObject, BSTR bstrKeyName)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::DeleteObjectKey");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         IWQ_SessionDataIOEx* root = CheckedRoot(__LINE__, function);
@@ -411,9 +395,9 @@ STDMETHODIMP XSessionDataStorageDb::DeleteObjectKey(IUnknown* piObject, BSTR bst
 STDMETHODIMP XSessionDataStorageDb::SetRoot(IWQ_SessionDataIOEx* pSDMObjectStorageRoot)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::SetRoot");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!pSDMObjectStorageRoot)
-            return XWQError::CheckPtr(Where(__LINE__, function), pSDMObjectStorageRoot, XWQComBSTR());
+            return Report().CheckPointer(__LINE__, function, pSDMObjectStorageRoot);
         m_storageRoot = XComPtr<IWQ_SessionDataIOEx>(pSDMObjectStorageRoot);
         // The worker reaches the root through the global interface table.
         m_delegator.SetStorageRoot(pSDMObjectStorageRoot);
@@ -424,16 +408,15 @@ STDMETHODIMP XSessionDataStorageDb::SetRoot(IWQ_SessionDataIOEx* pSDMObjectStora
 STDMETHODIMP XSessionDataStorageDb::SetRootKey(BSTR bstrRootKey)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::SetRootKey");
-    return Run(__LINE__, function, [&]() -> HRESULT {
-        const HRESULT named = Names(__LINE__, function).Key(bstrRootKey).Result();
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrRootKey).Result();
         if (FAILED(named))
             return named;
         XWQComBSTR key(bstrRootKey);
         if (!key.IsEmpty())
         {
             if (key.Replace(L"\\", L"/") < 0)
-                return XWQError::SetComSystemError(Where(__LINE__, function), E_FAIL,
-                                                   XWQComBSTR(L"replacing key separators failed"), XWQComBSTR());
+                return Report().Refuse(__LINE__, function, E_FAIL, L"replacing key separators failed");
             // Searched from the key's end, a separator is never found: one is always appended.
             if (key.Find(L"/", key.Length()) < 0)
                 key.Append(L"/");
@@ -459,7 +442,7 @@ STDMETHODIMP XSessionDataStorageDb::IsUserProfileStorage(LONG* pbUserProfile)
 STDMETHODIMP XSessionDataStorageDb::SetAsyncWriteMode(LONG lAsyncWriteInterval)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::SetAsyncWriteMode");
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         ::InterlockedExchange(&m_asyncWrite, 1);
         m_delegator.SetWriteInterval(lAsyncWriteInterval);
         return S_OK;

@@ -70,9 +70,6 @@ public:
     STDMETHODIMP SetAsyncWriteMode(LONG lAsyncWriteInterval) override;
 
 private:
-    // Runs a COM method's body through the module's error boundary at this class's location.
-    template <class Body>
-    HRESULT Run(unsigned long line, const XWQComBSTR& function, Body&& body) noexcept;
     // The root, or a report of "DB storage root instance not set" (thrown).
     IWQ_SessionDataIOEx* CheckedRoot(unsigned long line, const XWQComBSTR& function) const;
     // The key as the root knows it: key itself while no root key is set (returned as passed),

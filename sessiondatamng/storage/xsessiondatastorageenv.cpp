@@ -1,7 +1,6 @@
 #include "xsessiondatastorageenv.h"
 
-#include "xnamecheck.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 #include "xsessiondatastoragereadall.h"
 
 #include <algorithm>
@@ -37,14 +36,10 @@ const XWQComBSTR& GetListOfEnvValuesName()
     return XSDM_FUNCTION_NAME(L"XSessionDataStorageEnv::GetListOfEnvValues");
 }
 
-WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
+const XSdmReporter& Report()
 {
-    return XSdmLocation(kUnit, line, function, XSessionDataStorageEnv::ObjectClsid());
-}
-
-XNameCheck Names(unsigned long line, const XWQComBSTR& function)
-{
-    return XNameCheck(kUnit, line, function, XSessionDataStorageEnv::ObjectClsid());
+    static const XSdmReporter report(kUnit, XSessionDataStorageEnv::ObjectClsid());
+    return report;
 }
 
 // The process environment block, released when the owner goes; a failed release is logged.
@@ -67,7 +62,7 @@ private:
     {
         try
         {
-            XWQError::WriteLineToErrorLogBook(Where(__LINE__, GetListOfEnvValuesName()), XWQEXCEP::SEV_ERROR,
+            XWQError::WriteLineToErrorLogBook(Report().Where(__LINE__, GetListOfEnvValuesName()), XWQEXCEP::SEV_ERROR,
                                               XWQComBSTR(L"FreeEnvironmentStrings failed."), XWQComBSTR());
         }
         catch (...)
@@ -135,10 +130,10 @@ STDMETHODIMP XSessionDataStorageEnv::InterfaceSupportsErrorInfo(REFIID iid)
 STDMETHODIMP XSessionDataStorageEnv::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pValueList)
 {
     const XWQComBSTR& function = StoreDataName();
-    return XSdmBoundary(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (ulCount > 0 && !pValueList)
-            return XWQError::CheckPtr(Where(__LINE__, function), pValueList, XWQComBSTR());
-        const HRESULT named = Names(__LINE__, function).List(bstrKeyName, ulCount, pValueList, L"environment").Result();
+            return Report().CheckPointer(__LINE__, function, pValueList);
+        const HRESULT named = Report().Names(__LINE__, function).List(bstrKeyName, ulCount, pValueList, L"environment").Result();
         if (FAILED(named))
             return named;
         return StoreData(XWQComBSTR(bstrKeyName), XPairsFromRecords(ulCount, pValueList));
@@ -148,12 +143,12 @@ STDMETHODIMP XSessionDataStorageEnv::StoreData(BSTR bstrKeyName, ULONG ulCount, 
 STDMETHODIMP XSessionDataStorageEnv::ReadData(BSTR bstrKeyName, ULONG* pulCount, tagSESSIONDATAVALUE** ppValueList)
 {
     const XWQComBSTR& function = ReadDataName();
-    return XSdmBoundary(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!pulCount || !ppValueList)
-            return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
+            return Report().CheckPointer(__LINE__, function, nullptr);
         *pulCount = 0;
         *ppValueList = nullptr;
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         XStoragePairs pairs;
@@ -168,12 +163,12 @@ STDMETHODIMP XSessionDataStorageEnv::GetSubKeys(BSTR bstrKeyName, ULONG ulRecurs
                                                 BSTR** ppKeyNameList)
 {
     const XWQComBSTR& function = GetSubKeysName();
-    return XSdmBoundary(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!pulCount || !ppKeyNameList)
-            return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
+            return Report().CheckPointer(__LINE__, function, nullptr);
         *pulCount = 0;
         *ppKeyNameList = nullptr;
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         XStorageKeyNames names;
@@ -187,7 +182,7 @@ STDMETHODIMP XSessionDataStorageEnv::GetSubKeys(BSTR bstrKeyName, ULONG ulRecurs
 STDMETHODIMP XSessionDataStorageEnv::ReadAllData(BSTR bstrRootKeyName, ULONG* pulCount,
                                                  tagKEY_SESSIONDATAVALUE** ppKeySessionDataList)
 {
-    return XReadAllStorageData(this, kUnit, ObjectClsid(), bstrRootKeyName, pulCount, ppKeySessionDataList);
+    return XReadAllStorageData(this, Report(), bstrRootKeyName, pulCount, ppKeySessionDataList);
 }
 
 STDMETHODIMP XSessionDataStorageEnv::FlushAsyncStorage()
@@ -251,14 +246,11 @@ HRESULT XSessionDataStorageEnv::StoreData(const XWQComBSTR& key, const XStorageP
     for (const auto& pair : pairs)
     {
         if (prefix.Length() + pair.first.Length() > kMaxVariableText)
-            return XWQError::SetComAppError(
-                Where(__LINE__, function), E_INVALIDARG,
-                XWQComBSTR(L"XSessionDataStorageEnv::StoreData -> Variable name longer than 32766 characters"),
-                XWQComBSTR());
+            return Report().Refuse(__LINE__, function, E_INVALIDARG,
+                                   L"XSessionDataStorageEnv::StoreData -> Variable name longer than 32766 characters");
         if (pair.second.Length() > kMaxVariableText)
-            return XWQError::SetComAppError(
-                Where(__LINE__, function), E_INVALIDARG,
-                XWQComBSTR(L"XSessionDataStorageEnv::StoreData -> Value longer than 32766 characters"), XWQComBSTR());
+            return Report().Refuse(__LINE__, function, E_INVALIDARG,
+                                   L"XSessionDataStorageEnv::StoreData -> Value longer than 32766 characters");
     }
 
     HRESULT hr = S_OK;
@@ -269,9 +261,8 @@ HRESULT XSessionDataStorageEnv::StoreData(const XWQComBSTR& key, const XStorageP
         if (!::SetEnvironmentVariableW(name.c_str(), pair.second.c_str()))
             // The registry wording is the program's own text.
             hr = XWQError::HandleAPIError(
-                XSdmRawModuleName(),
-                XWQComBSTR(L"XSessionDataStorageEnv::StoreData -> Open registry key with write access failed"),
-                __LINE__, 0, true);
+                Report().Where(__LINE__, function), 0,
+                XWQComBSTR(L"XSessionDataStorageEnv::StoreData -> Open registry key with write access failed"), true);
     }
     return hr;
 }
@@ -280,8 +271,7 @@ HRESULT XSessionDataStorageEnv::GetListOfEnvValues(XStoragePairs& variables)
 {
     const EnvironmentBlock block;
     if (!block.Get())
-        return XWQError::SetComSystemError(Where(__LINE__, GetListOfEnvValuesName()), E_FAIL,
-                                           XWQComBSTR(L"GetEnvironmentStrings failed."), XWQComBSTR());
+        return Report().Refuse(__LINE__, GetListOfEnvValuesName(), E_FAIL, L"GetEnvironmentStrings failed.");
 
     // Entries end with a zero character, the block with an empty entry.
     for (const wchar_t* entry = block.Get(); *entry; entry += std::wcslen(entry) + 1)

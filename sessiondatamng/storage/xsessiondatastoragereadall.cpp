@@ -2,10 +2,8 @@
 
 #include "xcomtypes.h"
 #include "xkeywalk.h"
-#include "xnamecheck.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 
-#include <comdef.h>
 #include <cstring>
 #include <set>
 #include <string>
@@ -48,14 +46,10 @@ public:
     // Moves every record into a CoTaskMemAlloc array for the caller.
     void HandOut(ULONG* count, tagKEY_SESSIONDATAVALUE** records)
     {
-        const size_t bytes = m_records.size() * sizeof(tagKEY_SESSIONDATAVALUE);
-        auto* array = static_cast<tagKEY_SESSIONDATAVALUE*>(::CoTaskMemAlloc(bytes));
-        if (!array)
-            throw _com_error(E_OUTOFMEMORY);
-        std::memcpy(array, m_records.data(), bytes);
-        *count = static_cast<ULONG>(m_records.size());
-        *records = array;
-        m_records.clear();
+        XKeyValueArray array = XNewCoTaskArray<XKeyValueArray>(static_cast<ULONG>(m_records.size()));
+        std::memcpy(array.Items(), m_records.data(), m_records.size() * sizeof(tagKEY_SESSIONDATAVALUE));
+        m_records.clear();  // the names and pair arrays are the array's now
+        array.Release(count, records);
     }
 
 private:
@@ -66,24 +60,21 @@ private:
 XWQComBSTR OwnedCopy(const XWQComBSTR& text)
 {
     XWQComBSTR copy;
-    BSTR fresh = text.Copy();
-    if (!fresh)
-        throw _com_error(E_OUTOFMEMORY);
-    copy.Attach(fresh);
+    copy.Attach(XNewBstr(text.c_str(), text.Length()));
     return copy;
 }
 } // namespace
 
-HRESULT XReadAllStorageData(IWQ_SessionDataStorage* storage, const char* unit, const GUID& classId,
-                            BSTR bstrRootKeyName, ULONG* pulCount,
+HRESULT XReadAllStorageData(IWQ_SessionDataStorage* storage, const XSdmReporter& report, BSTR bstrRootKeyName,
+                            ULONG* pulCount,
                             tagKEY_SESSIONDATAVALUE** ppKeySessionDataList) noexcept
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageEnv::ReadAllData");
-    return XSdmBoundary(unit, __LINE__, function, classId, [&]() -> HRESULT {
+    return report.Run(__LINE__, function, [&]() -> HRESULT {
         if (!pulCount || !ppKeySessionDataList)
-            return XWQError::CheckPtr(XSdmLocation(unit, __LINE__, function, classId), nullptr, XWQComBSTR());
+            return report.CheckPointer(__LINE__, function, nullptr);
         *pulCount = 0;
-        const HRESULT named = XNameCheck(unit, __LINE__, function, classId).Key(bstrRootKeyName).Result();
+        const HRESULT named = report.Names(__LINE__, function).Key(bstrRootKeyName).Result();
         if (FAILED(named))
             return named;
 

@@ -3,6 +3,7 @@
 // "XSessionDataStorageEnv::ReadAllData" in either storage.
 #pragma once
 
+#include "xsdmreporter.h"
 #include "xsessiondatamng_h.h"
 
 // 1. Null out pointers are answered by the pointer check; *pulCount is set to 0.
@@ -13,7 +14,7 @@
 // 4. Collected records are handed out (count and CoTaskMemAlloc array) whatever step 3 answered;
 //    with none, *ppKeySessionDataList is left as it was.
 // 5. The answer is that of the sub-key query.
-// unit and classId make the error location (source unit and error-info GUID).
-HRESULT XReadAllStorageData(IWQ_SessionDataStorage* storage, const char* unit, const GUID& classId,
-                            BSTR bstrRootKeyName, ULONG* pulCount,
+// report is the storage's own (its source unit and error-info GUID).
+HRESULT XReadAllStorageData(IWQ_SessionDataStorage* storage, const XSdmReporter& report, BSTR bstrRootKeyName,
+                            ULONG* pulCount,
                             tagKEY_SESSIONDATAVALUE** ppKeySessionDataList) noexcept;

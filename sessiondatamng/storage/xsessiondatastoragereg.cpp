@@ -1,7 +1,6 @@
 #include "xsessiondatastoragereg.h"
 
-#include "xnamecheck.h"
-#include "xsdmerror.h"
+#include "xsdmreporter.h"
 #include "xsessiondatastoragereadall.h"
 #include "xstorageloggedstep.h"
 
@@ -59,27 +58,18 @@ const XWQComBSTR& ReadAllDataName()
     return XSDM_FUNCTION_NAME(L"XSessionDataStorageReg::ReadAllData");
 }
 
-WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
+const XSdmReporter& Report()
 {
-    return XSdmLocation(kUnit, line, function, XSessionDataStorageReg::ObjectClsid());
+    static const XSdmReporter report(kUnit, XSessionDataStorageReg::ObjectClsid());
+    return report;
 }
 
-XNameCheck Names(unsigned long line, const XWQComBSTR& function)
+// A failed registry call, reported through the API-error path at function's location, with the
+// message that says which step failed; the answer is the HRESULT of the registry's error code.
+HRESULT ApiError(unsigned long line, const XWQComBSTR& function, const wchar_t* message, LONG code)
 {
-    return XNameCheck(kUnit, line, function, XSessionDataStorageReg::ObjectClsid());
-}
-
-// A failed registry call, reported through the API-error path with the message that says which
-// step failed; the answer is the HRESULT of the registry's error code.
-HRESULT ApiError(unsigned long line, const wchar_t* message, LONG code)
-{
-    return XWQError::HandleAPIError(XSdmRawModuleName(), XWQComBSTR(message), line, static_cast<DWORD>(code), true);
-}
-
-// A request the registry cannot hold, refused before anything is written.
-HRESULT InvalidArgument(unsigned long line, const XWQComBSTR& function, const wchar_t* message)
-{
-    return XWQError::SetComAppError(Where(line, function), E_INVALIDARG, XWQComBSTR(message), XWQComBSTR());
+    return XWQError::HandleAPIError(Report().Where(line, function), static_cast<DWORD>(code), XWQComBSTR(message),
+                                    true);
 }
 
 // The names of a registry path ("\\" separators); empty names between separators are no level.
@@ -181,12 +171,6 @@ LONG OpenForReading(HKEY parent, const XWQComBSTR& key, XRegistryKey& opened, HK
 }
 } // namespace
 
-template <class Body>
-HRESULT XSessionDataStorageReg::Run(unsigned long line, const XWQComBSTR& function, Body&& body) noexcept
-{
-    return XSdmBoundary(kUnit, line, function, ObjectClsid(), std::forward<Body>(body));
-}
-
 HRESULT XSessionDataStorageReg::NotInitialized(unsigned long line, const XWQComBSTR& function) const
 {
     return XWQError::SetComError(XSdmRawModuleName(), function, line, XWQComBSTR(L"The Initialization has failed."),
@@ -207,11 +191,11 @@ STDMETHODIMP XSessionDataStorageReg::InterfaceSupportsErrorInfo(REFIID iid)
 STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR bstrAppRootKey, ULONG ulVolatileKey)
 {
     const XWQComBSTR& function = InitializeName();
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         m_appKey.Reset();
         m_hive = nullptr;
 
-        const HRESULT named = Names(__LINE__, function).Key(bstrAppRootKey).Result();
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrAppRootKey).Result();
         if (FAILED(named))
             return named;
         HKEY hive = HiveOf(static_cast<LONG>(keyType));
@@ -223,7 +207,7 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
                 PathProblem(rootLevels, kMaxTreeDepth,
                             L"XSessionDataStorageReg::Initialize -> Key name longer than 255 characters",
                             L"XSessionDataStorageReg::Initialize -> Key path deeper than 512 levels"))
-            return InvalidArgument(__LINE__, function, problem);
+            return Report().Refuse(__LINE__, function, E_INVALIDARG, problem);
 
         XRegistryKey appKey;
         LONG result = ::RegOpenKeyExW(hive, root.c_str(), 0, kReadWriteAccess, appKey.ReleaseAndGetAddressOf());
@@ -240,7 +224,7 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
             if (step != S_OK)
                 return step;
             if (result != ERROR_SUCCESS)
-                return ApiError(__LINE__, kInitializeFailed, result);
+                return ApiError(__LINE__, InitializeName(), kInitializeFailed, result);
         }
         m_hive = hive;
         m_appKey = std::move(appKey);
@@ -252,12 +236,12 @@ STDMETHODIMP XSessionDataStorageReg::Initialize(SESSIONDATAREGKEY keyType, BSTR 
 STDMETHODIMP XSessionDataStorageReg::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pValueList)
 {
     const XWQComBSTR& function = StoreDataName();
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!m_appKey)
             return NotInitialized(__LINE__, function);
         if (ulCount > 0 && !pValueList)
-            return XWQError::CheckPtr(Where(__LINE__, function), pValueList, XWQComBSTR());
-        const HRESULT named = Names(__LINE__, function).List(bstrKeyName, ulCount, pValueList, L"registry").Result();
+            return Report().CheckPointer(__LINE__, function, pValueList);
+        const HRESULT named = Report().Names(__LINE__, function).List(bstrKeyName, ulCount, pValueList, L"registry").Result();
         if (FAILED(named))
             return named;
         return StoreData(XWQComBSTR(bstrKeyName), XPairsFromRecords(ulCount, pValueList));
@@ -267,14 +251,14 @@ STDMETHODIMP XSessionDataStorageReg::StoreData(BSTR bstrKeyName, ULONG ulCount, 
 STDMETHODIMP XSessionDataStorageReg::ReadData(BSTR bstrKeyName, ULONG* pulCount, tagSESSIONDATAVALUE** ppValueList)
 {
     const XWQComBSTR& function = ReadDataName();
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!m_appKey)
             return NotInitialized(__LINE__, function);
         if (!pulCount || !ppValueList)
-            return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
+            return Report().CheckPointer(__LINE__, function, nullptr);
         *pulCount = 0;
         *ppValueList = nullptr;
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         XStoragePairs pairs;
@@ -289,14 +273,14 @@ STDMETHODIMP XSessionDataStorageReg::GetSubKeys(BSTR bstrKeyName, ULONG ulRecurs
                                                 BSTR** ppKeyNameList)
 {
     const XWQComBSTR& function = GetSubKeysName();
-    return Run(__LINE__, function, [&]() -> HRESULT {
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
         if (!m_appKey)
             return NotInitialized(__LINE__, function);
         if (!pulCount || !ppKeyNameList)
-            return XWQError::CheckPtr(Where(__LINE__, function), nullptr, XWQComBSTR());
+            return Report().CheckPointer(__LINE__, function, nullptr);
         *pulCount = 0;
         *ppKeyNameList = nullptr;
-        const HRESULT named = Names(__LINE__, function).Key(bstrKeyName).Result();
+        const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Result();
         if (FAILED(named))
             return named;
         XStorageKeyNames names;
@@ -313,9 +297,9 @@ STDMETHODIMP XSessionDataStorageReg::ReadAllData(BSTR bstrRootKeyName, ULONG* pu
     if (!m_appKey)
     {
         const XWQComBSTR& function = ReadAllDataName();
-        return Run(__LINE__, function, [&]() -> HRESULT { return NotInitialized(__LINE__, function); });
+        return Report().Run(__LINE__, function, [&]() -> HRESULT { return NotInitialized(__LINE__, function); });
     }
-    return XReadAllStorageData(this, kUnit, ObjectClsid(), bstrRootKeyName, pulCount, ppKeySessionDataList);
+    return XReadAllStorageData(this, Report(), bstrRootKeyName, pulCount, ppKeySessionDataList);
 }
 
 STDMETHODIMP XSessionDataStorageReg::FlushAsyncStorage()
@@ -350,7 +334,7 @@ HRESULT XSessionDataStorageReg::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
     if (open == ERROR_FILE_NOT_FOUND)
         return S_FALSE;
     if (open != ERROR_SUCCESS)
-        return ApiError(__LINE__,
+        return ApiError(__LINE__, GetSubKeysName(),
                         L"XSessionDataStorageReg::GetSubKeys -> Open registry key with read only access failed", open);
 
     DWORD subKeyCount = 0;
@@ -358,7 +342,7 @@ HRESULT XSessionDataStorageReg::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
     const LONG info = ::RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, &subKeyCount, &longestName, nullptr,
                                          nullptr, nullptr, nullptr, nullptr, nullptr);
     if (info != ERROR_SUCCESS)
-        return ApiError(__LINE__, L"XSessionDataStorageReg::GetSubKeys -> Query registry info failed", info);
+        return ApiError(__LINE__, GetSubKeysName(), L"XSessionDataStorageReg::GetSubKeys -> Query registry info failed", info);
     if (subKeyCount == 0)
         return S_OK;
 
@@ -371,7 +355,7 @@ HRESULT XSessionDataStorageReg::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
             break;
         if (found != ERROR_SUCCESS)
             // The message names ReadData although the walk is GetSubKeys'; it is the program's own text.
-            return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Enumerate registry keys failed.", found);
+            return ApiError(__LINE__, GetSubKeysName(), L"XSessionDataStorageReg::ReadData -> Enumerate registry keys failed.", found);
         names.push_back(prefix + XWQComBSTR(name.data(), length));
         if (recursive == 1)
         {
@@ -397,7 +381,7 @@ HRESULT XSessionDataStorageReg::ReadData(const XWQComBSTR& key, XStoragePairs& p
     if (open == ERROR_FILE_NOT_FOUND)
         return S_FALSE;
     if (open != ERROR_SUCCESS)
-        return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Open registry key with read only access failed",
+        return ApiError(__LINE__, ReadDataName(), L"XSessionDataStorageReg::ReadData -> Open registry key with read only access failed",
                         open);
 
     DWORD valueCount = 0;
@@ -405,7 +389,7 @@ HRESULT XSessionDataStorageReg::ReadData(const XWQComBSTR& key, XStoragePairs& p
     const LONG info = ::RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &valueCount,
                                          &longestName, nullptr, nullptr, nullptr);
     if (info != ERROR_SUCCESS)
-        return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Query registry info failed", info);
+        return ApiError(__LINE__, ReadDataName(), L"XSessionDataStorageReg::ReadData -> Query registry info failed", info);
 
     std::vector<wchar_t> name(longestName + 1);
     ULONG read = 0;
@@ -418,7 +402,7 @@ HRESULT XSessionDataStorageReg::ReadData(const XWQComBSTR& key, XStoragePairs& p
         if (found == ERROR_NO_MORE_ITEMS)
             break;
         if (found != ERROR_SUCCESS)
-            return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Enumerate registry values failed.", found);
+            return ApiError(__LINE__, ReadDataName(), L"XSessionDataStorageReg::ReadData -> Enumerate registry values failed.", found);
 
         // Data size plus one characters, and one more that always stays zero: whatever the
         // value's type, its bytes are taken as a zero-terminated wide string.
@@ -427,7 +411,7 @@ HRESULT XSessionDataStorageReg::ReadData(const XWQComBSTR& key, XStoragePairs& p
         const LONG queried =
             ::RegQueryValueExW(source, name.data(), nullptr, &type, reinterpret_cast<BYTE*>(data.data()), &bytes);
         if (queried != ERROR_SUCCESS)
-            return ApiError(__LINE__, L"XSessionDataStorageReg::ReadData -> Query value failed.", queried);
+            return ApiError(__LINE__, ReadDataName(), L"XSessionDataStorageReg::ReadData -> Query value failed.", queried);
         pairs[XWQComBSTR(name.data(), nameLength)] = XWQComBSTR(data.data());
         ++read;
     }
@@ -438,8 +422,7 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
 {
     const XWQComBSTR& function = StoreDataName();
     if (!m_appKey)
-        return XWQError::SetComSystemError(Where(__LINE__, function), kNotInitialized,
-                                           XWQComBSTR(L"The Initialization has failed"), XWQComBSTR());
+        return Report().Refuse(__LINE__, function, kNotInitialized, L"The Initialization has failed");
     if (pairs.empty())
         return S_FALSE;
 
@@ -447,7 +430,7 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
     for (const auto& pair : pairs)
     {
         if (pair.first.Length() > kMaxValueNameLength)
-            return InvalidArgument(__LINE__, function,
+            return Report().Refuse(__LINE__, function, E_INVALIDARG,
                                    L"XSessionDataStorageReg::StoreData -> Value name longer than 16383 characters");
     }
 
@@ -461,7 +444,7 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
                 PathProblem(levels, kMaxTreeDepth - std::min(m_rootLevels, kMaxTreeDepth),
                             L"XSessionDataStorageReg::StoreData -> Key name longer than 255 characters",
                             L"XSessionDataStorageReg::StoreData -> Key path deeper than 512 levels"))
-            return InvalidArgument(__LINE__, function, problem);
+            return Report().Refuse(__LINE__, function, E_INVALIDARG, problem);
 
         LONG result = ERROR_SUCCESS;
         const HRESULT step = XLoggedStep(kUnit, __LINE__, function, ObjectClsid(), [&]() -> HRESULT {
@@ -471,7 +454,7 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
         if (step != S_OK)
             return step;
         if (result != ERROR_SUCCESS)
-            return ApiError(__LINE__,
+            return ApiError(__LINE__, StoreDataName(),
                             L"XSessionDataStorageReg::StoreData -> Open registry key with write access failed", result);
         target = created.Get();
     }
@@ -482,7 +465,7 @@ HRESULT XSessionDataStorageReg::StoreData(const XWQComBSTR& key, const XStorageP
         const LONG set = ::RegSetValueExW(target, pair.first.c_str(), 0, REG_SZ,
                                           reinterpret_cast<const BYTE*>(pair.second.c_str()), bytes);
         if (set != ERROR_SUCCESS)
-            return ApiError(__LINE__, L"XSessionDataStorageReg::StoreData -> Set value failed", set);
+            return ApiError(__LINE__, StoreDataName(), L"XSessionDataStorageReg::StoreData -> Set value failed", set);
     }
     return S_OK;
 }

@@ -59,9 +59,6 @@ public:
     virtual HRESULT StoreData(const XWQComBSTR& key, const XStoragePairs& pairs);
 
 private:
-    // Runs a COM method's body through the module's error boundary at this class's location.
-    template <class Body>
-    HRESULT Run(unsigned long line, const XWQComBSTR& function, Body&& body) noexcept;
     // The COM methods' answer on an uninitialised storage.
     HRESULT NotInitialized(unsigned long line, const XWQComBSTR& function) const;
 

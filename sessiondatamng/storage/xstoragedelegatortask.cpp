@@ -2,12 +2,11 @@
 
 #include "XStructuredExceptionGuard.h"
 #include "xstoragerootregistration.h"
-#include "xsdmerror.h"
+#include "xdelegatorreport.h"
 #include "xsetranslator.h"
 
 namespace
 {
-const char kUnit[] = "xasyncstoragedelegator";
 
 const wchar_t kClosed[] = L"the asynchronous storage delegator has been closed";
 const wchar_t kRootNotSet[] = L"storage root instance for async call not set";
@@ -35,10 +34,6 @@ const XWQComBSTR& FlushName()
     return XSDM_FUNCTION_NAME(L"XAsyncStorageDelegator::FlushStorageCallPipe");
 }
 
-WQErrorLocation Where(unsigned long line, const XWQComBSTR& function)
-{
-    return XSdmLocation(kUnit, line, function);
-}
 
 // The worker's membership of the multithreaded apartment, for the worker's lifetime.
 class XWorkerApartment
@@ -48,7 +43,7 @@ public:
     {
         const HRESULT hr = ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         if (FAILED(hr))
-            XSdmThrow(Where(__LINE__, ExecuteName()), hr, L"CoInitializeEx failed");
+            XDelegatorReport().Raise(__LINE__, ExecuteName(), hr, L"CoInitializeEx failed");
     }
     ~XWorkerApartment() { ::CoUninitialize(); }
     XWorkerApartment(const XWorkerApartment&) = delete;
@@ -124,7 +119,7 @@ XStorageDelegatorTask::XStorageRootCallContainer& XStorageDelegatorTask::GetSess
     // lock (the fetch may need the root's apartment to answer) and keeps nothing: the worker
     // fetches its own pointer.
     if (!m_registration.Fetch())
-        XSdmThrow(Where(__LINE__, ContainerName()), E_POINTER, kRootNotSet);
+        XDelegatorReport().Raise(__LINE__, ContainerName(), E_POINTER, kRootNotSet);
     XCritProxyPtr<XStorageRootCallContainer> pipe(m_container);
     if (!pipe)
         pipe.Reset(std::make_unique<XStorageRootCallContainer>(m_handler));
@@ -135,9 +130,9 @@ XStorageDelegatorTask::XStorageRootCallContainer& XStorageDelegatorTask::GetSess
 void XStorageDelegatorTask::Pipe(std::unique_ptr<Operation> functor, BSTR key, unsigned long flags)
 {
     if (IsStopRequested())
-        XSdmThrow(Where(__LINE__, PipeName()), E_FAIL, kClosed);
+        XDelegatorReport().Raise(__LINE__, PipeName(), E_FAIL, kClosed);
     if (!functor)  // the location is made only for the report: piping is on the caller's hot path
-        XWQError::CheckPtr_ThrowExcep(Where(__LINE__, PipeName()), nullptr, XWQComBSTR());
+        XDelegatorReport().CheckPointerOrRaise(__LINE__, PipeName(), nullptr);
 
     // The key is copied before the pipe's lock is taken; once the pipe exists, piping takes its
     // lock once and nothing else.
@@ -235,7 +230,7 @@ void XStorageDelegatorTask::ReportRetained(unsigned long line) const
 {
     const HRESULT retained = RetainedError();
     if (FAILED(retained))
-        XSdmThrow(Where(line, FlushName()), retained, kFlushFailed);
+        XDelegatorReport().Raise(line, FlushName(), retained, kFlushFailed);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -246,7 +241,7 @@ unsigned long XStorageDelegatorTask::Execute(XStorageRootRegistration* registrat
     XScopedSeTranslator translator(&XSdmTranslateStructuredException);
     try
     {
-        XWQError::CheckPtr_ThrowExcep(Where(__LINE__, ExecuteName()), registration, XWQComBSTR());
+        XDelegatorReport().CheckPointerOrRaise(__LINE__, ExecuteName(), registration);
         XWorkerApartment apartment;
         // The worker's root is released on this thread, while it is still in the apartment.
         struct RootRelease
@@ -275,11 +270,11 @@ unsigned long XStorageDelegatorTask::Execute(XStorageRootRegistration* registrat
     }
     catch (const std::exception& failure)
     {
-        XWQError::WriteErrorToLogBook(Where(__LINE__, ExecuteName()), failure, XWQEXCEP::SEV_ERROR, XWQComBSTR());
+        XWQError::WriteErrorToLogBook(XDelegatorReport().Where(__LINE__, ExecuteName()), failure, XWQEXCEP::SEV_ERROR, XWQComBSTR());
     }
     catch (...)
     {
-        XWQError::WriteUnknownErrorToLogBook(Where(__LINE__, ExecuteName()), XWQComBSTR());
+        XWQError::WriteUnknownErrorToLogBook(XDelegatorReport().Where(__LINE__, ExecuteName()), XWQComBSTR());
     }
     // No flusher is left waiting for a worker that has ended.
     ::SetEvent(m_passDoneEvent.Get());
@@ -336,7 +331,7 @@ void XStorageDelegatorTask::ProceedStorageCallPipe(XWQExcepRefLogger& logger)
         ::SetErrorInfo(0, nullptr);
         const HRESULT hr = container->Connection().DoRemoteCall(*call.functor, nullptr);
         if (FAILED(hr))
-            LogFailure(logger, XWQExceptionFactory::Create(XWQEXCEP::EXCEP_APPLICATION, Where(__LINE__, ProceedName()),
+            LogFailure(logger, XWQExceptionFactory::Create(XWQEXCEP::EXCEP_APPLICATION, XDelegatorReport().Where(__LINE__, ProceedName()),
                                                            hr, XWQEXCEP::SEV_ERROR, 0, XWQComBSTR(kCallFailed),
                                                            XWQComBSTR(), 0));
         call.functor.reset();
@@ -356,7 +351,7 @@ void XStorageDelegatorTask::RefreshRoot(XStorageRootCallContainer& container)
     container.ReleaseRoot();
     XComPtr<IWQ_SessionDataIOEx> root = m_registration.Fetch();
     if (!root)
-        XSdmThrow(Where(__LINE__, ContainerName()), E_POINTER, kRootNotSet);
+        XDelegatorReport().Raise(__LINE__, ContainerName(), E_POINTER, kRootNotSet);
     container.BindRoot(std::move(root));
 }
 

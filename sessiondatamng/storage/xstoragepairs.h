@@ -18,8 +18,8 @@ using XStorageKeyNames = std::vector<XWQComBSTR>;
 XStoragePairs XPairsFromRecords(ULONG count, const tagSESSIONDATAVALUE* records);
 
 // Hands pairs out as a CoTaskMemAlloc array of records, each name and value a fresh BSTR, in
-// map order. The out values are written only when everything was allocated (else
-// _com_error(E_OUTOFMEMORY) is thrown); no pairs give a count of 0 and a null array.
+// map order. The out values are written only when everything was allocated (else the module's
+// out-of-memory exception is raised); no pairs give a count of 0 and a null array.
 void XHandOutPairs(const XStoragePairs& pairs, ULONG* count, tagSESSIONDATAVALUE** records);
 
 // Hands names out as a CoTaskMemAlloc array of fresh BSTRs, in list order; as XHandOutPairs.

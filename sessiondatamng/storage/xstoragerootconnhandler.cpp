@@ -1,12 +1,11 @@
 #include "xstoragerootconnhandler.h"
 
-#include "xsdmerror.h"
+#include "xdelegatorreport.h"
 
 #include <oleauto.h>
 
 namespace
 {
-const char kUnit[] = "xasyncstoragedelegator";
 
 const XWQComBSTR& VerifyConnectionName()
 {
@@ -27,8 +26,7 @@ bool TakeOverErrorInfo()
 
 void SetAppError(unsigned long line, HRESULT hr, const wchar_t* message)
 {
-    XWQError::SetComAppError(XSdmLocation(kUnit, line, VerifyConnectionName()), hr, XWQComBSTR(message),
-                             XWQComBSTR());
+    XDelegatorReport().Refuse(line, VerifyConnectionName(), hr, message);
 }
 
 bool IsListedRpcCode(unsigned code) noexcept

@@ -1,17 +1,12 @@
 #include "xstoragerootregistration.h"
 
-#include "xsdmreporter.h"
+#include "xdelegatorreport.h"
 #include "xsessiondataioexdb.h"
 
 #include <objbase.h>
 
 namespace
 {
-const XSdmReporter& Report()
-{
-    static const XSdmReporter report("xasyncstoragedelegator", GUID_NULL);
-    return report;
-}
 const XWQComBSTR& RegisterInGITName()
 {
     return XSDM_FUNCTION_NAME(L"XAsyncStorageDelegator::RegisterInGIT");
@@ -52,7 +47,7 @@ XComPtr<IWQ_SessionDataIOEx> XStorageRootRegistration::ForRegistration(IWQ_Sessi
     const HRESULT created = XCreateComObject<XSessionDataIOExDB>(
         nullptr, IID_IWQ_SessionDataIOExDB, reinterpret_cast<void**>(forwarder.ReleaseAndGetAddressOf()));
     if (FAILED(created))
-        Report().Raise(__LINE__, RegisterInGITName(), created, L"creating the forwarder of a proxy root failed");
+        XDelegatorReport().Raise(__LINE__, RegisterInGITName(), created, L"creating the forwarder of a proxy root failed");
     forwarder->SetRoot(root);
     return XComPtr<IWQ_SessionDataIOEx>(forwarder.Get());
 }
@@ -69,11 +64,11 @@ void XStorageRootRegistration::Register(IWQ_SessionDataIOEx* root)
             if (FAILED(hr))
             {
                 *git = nullptr;
-                Report().Raise(__LINE__, RegisterInGITName(), hr, L"CoCreateInstance IID_IGlobalInterfaceTable failed",
+                XDelegatorReport().Raise(__LINE__, RegisterInGITName(), hr, L"CoCreateInstance IID_IGlobalInterfaceTable failed",
                                XWQEXCEP::EXCEP_COM);
             }
         }
-        XWQError::CheckPtr_ThrowExcep(Report().Where(__LINE__, RegisterInGITName()), *git, XWQComBSTR());
+        XDelegatorReport().CheckPointerOrRaise(__LINE__, RegisterInGITName(), *git);
         table = *git;
     }
     // Registered outside the lock: marshalling the root may call into its apartment.
@@ -81,7 +76,7 @@ void XStorageRootRegistration::Register(IWQ_SessionDataIOEx* root)
     DWORD newCookie = 0;
     const HRESULT hr = table->RegisterInterfaceInGlobal(registered.Get(), IID_IWQ_SessionDataIOEx, &newCookie);
     if (FAILED(hr))
-        Report().Raise(__LINE__, RegisterInGITName(), hr, L"RegisterInterfaceInGlobal IWQ_SessionDataIOEx failed",
+        XDelegatorReport().Raise(__LINE__, RegisterInGITName(), hr, L"RegisterInterfaceInGlobal IWQ_SessionDataIOEx failed",
                        XWQEXCEP::EXCEP_COM);
     XCritProxy<unsigned long> cookie(m_cookie);
     *cookie = newCookie;
@@ -127,7 +122,7 @@ XComPtr<IWQ_SessionDataIOEx> XStorageRootRegistration::Fetch() const
     const HRESULT hr = table->GetInterfaceFromGlobal(registered, IID_IWQ_SessionDataIOEx,
                                                      reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()));
     if (FAILED(hr))
-        Report().Raise(__LINE__, GetStorageRootFromGITName(), hr, L"GetInterfaceFromGlobal IWQ_SessionDataIOEx failed",
+        XDelegatorReport().Raise(__LINE__, GetStorageRootFromGITName(), hr, L"GetInterfaceFromGlobal IWQ_SessionDataIOEx failed",
                        XWQEXCEP::EXCEP_COM);
     return root;
 }

@@ -36,6 +36,9 @@ public:
                                   const XWQComBSTR& detail);
     static HRESULT HandleAPIError(const XWQComBSTR& module, const XWQComBSTR& function, unsigned long line,
                                   DWORD errorCode, bool setErrorInfo);
+    // The same at a full location, with the caller's own message before the system's text.
+    static HRESULT HandleAPIError(const WQErrorLocation& location, DWORD errorCode, const XWQComBSTR& message,
+                                  bool setErrorInfo);
     // Non-zero when hr is a failure; then the failure is logged, and with setErrorInfo also set
     // as the thread's error info.
     static long HandleStandardError(const XWQComBSTR& module, const XWQComBSTR& function, unsigned long line,

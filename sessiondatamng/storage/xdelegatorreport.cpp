@@ -1,0 +1,7 @@
+#include "xdelegatorreport.h"
+
+const XSdmReporter& XDelegatorReport()
+{
+    static const XSdmReporter report("xasyncstoragedelegator", GUID_NULL);
+    return report;
+}
