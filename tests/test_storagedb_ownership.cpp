@@ -7,6 +7,7 @@
 #include "xsessiondataio.h"
 #include "xsessiondataionocache.h"
 #include "xsessiondatavalues.h"
+#include "xstoredarrayhandover.h"
 
 namespace
 {
@@ -74,7 +75,7 @@ protected:
     // StoreData of records offered for hand-over, as the cached IO layer calls it.
     HRESULT StoreHandedOver(const wchar_t* key, tagSESSIONDATAVALUE* records)
     {
-        XValueArrayHandover handover(records);
+        const XStoredArrayHandover offer(records, true);
         return storage->StoreData(XWQComBSTR(key), 1, records);
     }
 

@@ -2,6 +2,7 @@
 add_library(sdm_io STATIC
   ${CMAKE_CURRENT_LIST_DIR}/xcollatedmap.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xsessiondatavalues.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/xstoredarrayhandover.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xstoragekind.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xsessiondataiobase.cpp
   ${CMAKE_CURRENT_LIST_DIR}/xsessiondataionocache.cpp

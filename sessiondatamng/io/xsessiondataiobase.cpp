@@ -1,6 +1,7 @@
 #include "xsessiondataiobase.h"
 
 #include "xcomtypes.h"
+#include "xstoredarrayhandover.h"
 
 #include <comdef.h>
 #include <cstring>
@@ -114,11 +115,11 @@ HRESULT XSessionDataIOBase::StoreList(BSTR bstrKeyName, const XValueList& list)
     XStoredValueArray array(list);
     if (!array.Get())
         return S_FALSE;
-    if (!StorageKeepsStoredArray())
-        return m_storage->StoreData(bstrKeyName, array.Count(), array.Get());
-    XValueArrayHandover handover(array.Get());
+    // A user-profile database storage keeps the array of a store that succeeds; any other
+    // storage leaves it to this layer (XStoredArrayHandover).
+    const XStoredArrayHandover offer(array.Get(), StorageKeepsStoredArray());
     const HRESULT hr = m_storage->StoreData(bstrKeyName, array.Count(), array.Get());
-    if (SUCCEEDED(hr) && handover.Taken())
+    if (SUCCEEDED(hr) && offer.Kept())
         array.Release();  // the storage owns the array and its strings from now on
     return hr;
 }

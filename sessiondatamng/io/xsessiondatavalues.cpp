@@ -55,31 +55,6 @@ void XDeleteValueArray(tagSESSIONDATAVALUE* records, ULONG count) noexcept
     delete[] records;
 }
 
-namespace
-{
-thread_local XValueArrayHandover* t_offered = nullptr;
-} // namespace
-
-XValueArrayHandover::XValueArrayHandover(tagSESSIONDATAVALUE* records) noexcept
-    : m_records(records), m_outer(t_offered)
-{
-    t_offered = this;
-}
-
-XValueArrayHandover::~XValueArrayHandover()
-{
-    t_offered = m_outer;
-}
-
-bool XValueArrayHandover::Take(const tagSESSIONDATAVALUE* records) noexcept
-{
-    XValueArrayHandover* offer = t_offered;
-    if (!records || !offer || offer->m_records != records || offer->m_taken)
-        return false;
-    offer->m_taken = true;
-    return true;
-}
-
 XStoredValueArray::XStoredValueArray(const XValueList& list)
 {
     const ULONG count = static_cast<ULONG>(list.Size());

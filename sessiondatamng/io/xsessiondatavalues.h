@@ -104,32 +104,6 @@ inline bool XIsEmptyName(const wchar_t* text) noexcept
 // arrays made by XStoredValueArray (and handed to a storage that took them over).
 void XDeleteValueArray(tagSESSIONDATAVALUE* records, ULONG count) noexcept;
 
-// The hand-over of a stored array from the cached IO layer to a user-profile database storage.
-// The layer offers the array on its thread for the length of one StoreData call; the storage
-// takes it only if it is the array offered on the same thread, i.e. when the layer called it
-// directly, in-process. An array that reached the storage any other way (through a proxy and
-// its stub, from the uncached layer, from any other client) is never taken: its caller still
-// owns it, so an array is never freed twice.
-class XValueArrayHandover
-{
-public:
-    explicit XValueArrayHandover(tagSESSIONDATAVALUE* records) noexcept;
-    ~XValueArrayHandover();
-    XValueArrayHandover(const XValueArrayHandover&) = delete;
-    XValueArrayHandover& operator=(const XValueArrayHandover&) = delete;
-
-    // Whether the storage took the array during the call.
-    bool Taken() const noexcept { return m_taken; }
-    // Called by a storage that takes over records: true (and the records are the storage's
-    // from now on) when they are the array offered on this thread; false otherwise.
-    static bool Take(const tagSESSIONDATAVALUE* records) noexcept;
-
-private:
-    tagSESSIONDATAVALUE* m_records;
-    bool m_taken = false;
-    XValueArrayHandover* m_outer;  // an offer of an enclosing call on this thread
-};
-
 // An array of value records made with the module's array new, filled with fresh BSTR copies
 // of a list's entries in list order, as the IO layers pass it to StoreData. It is freed with
 // XDeleteValueArray unless Release() gave it away.

@@ -4,6 +4,7 @@
 #include "xcomtypes.h"
 #include "xsdmreporter.h"
 #include "xsessiondatavalues.h"
+#include "xstoredarrayhandover.h"
 
 #include <cwchar>
 #include <new>
@@ -194,9 +195,9 @@ STDMETHODIMP XSessionDataStorageDb::InterfaceSupportsErrorInfo(REFIID iid)
 
 STDMETHODIMP XSessionDataStorageDb::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pValueList)
 {
-    // The cached IO layer leaves the array of a successful store to a user-profile storage,
-    // when it called this storage directly (see XValueArrayHandover).
-    const bool takesArray = UserProfile();
+    // A user-profile storage keeps the array of a store that succeeds when the cached IO layer
+    // handed it over (XStoredArrayHandover), and frees it: the piped call holds copies.
+    const bool keepsArrays = UserProfile();
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XSessionDataStorageDb::StoreData");
     const HRESULT hr = Report().Run(__LINE__, function, [&]() -> HRESULT {
         const HRESULT named = Report().Names(__LINE__, function).Key(bstrKeyName).Records(ulCount, pValueList).Result();
@@ -207,7 +208,7 @@ STDMETHODIMP XSessionDataStorageDb::StoreData(BSTR bstrKeyName, ULONG ulCount, t
             [&](IWQ_SessionDataIOEx* root, BSTR key) { return root->WriteStringList(key, ulCount, pValueList); },
             [&](BSTR key) { return WQComFunctor::MakeOpFun(WriteStringListCall(key, ulCount, pValueList)); });
     });
-    if (takesArray && SUCCEEDED(hr) && XValueArrayHandover::Take(pValueList))
+    if (keepsArrays && SUCCEEDED(hr) && XStoredArrayHandover::KeepOffered(pValueList))
         XDeleteValueArray(pValueList, ulCount);
     return hr;
 }

@@ -2,6 +2,7 @@
 
 #include "recordingio.h"  // Narrow
 #include "xsessiondatavalues.h"
+#include "xstoredarrayhandover.h"
 
 #include <cstring>
 
@@ -249,7 +250,7 @@ STDMETHODIMP RecordingStorage::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSES
            ValueList(ulCount, pValueList) + ")");
     HRESULT hr = S_OK;
     Forced("StoreData", hr);
-    if (SUCCEEDED(hr) && TakesArrays() && XValueArrayHandover::Take(pValueList))
+    if (SUCCEEDED(hr) && TakesArrays() && XStoredArrayHandover::KeepOffered(pValueList))
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_kept.emplace_back(pValueList, ulCount);
