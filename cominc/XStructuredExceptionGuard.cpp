@@ -106,6 +106,66 @@ unsigned long XRunWithSeTranslation(unsigned long (*body)(void*), void* argument
     return result;
 }
 
+#elif defined(__clang__) && defined(__MINGW32__)
+
+namespace
+{
+thread_local std::exception_ptr t_translated;
+
+// The C++ exceptions of the MinGW runtime travel as structured exceptions with these codes;
+// they are not faults.
+bool IsGccException(DWORD code) noexcept
+{
+    return (code & 0x20FFFFFFu) == 0x20474343u;  // 'GCC' with the user-defined bit, any kind
+}
+
+// The filter of the guard below: as with GCC, it calls the translator and keeps what it throws.
+LONG TranslatingFilter(EXCEPTION_POINTERS* pointers) noexcept
+{
+    const XSeTranslator translator = t_translator;
+    if (!translator || !pointers || !pointers->ExceptionRecord || IsGccException(pointers->ExceptionRecord->ExceptionCode))
+        return EXCEPTION_CONTINUE_SEARCH;
+    try
+    {
+        translator(pointers->ExceptionRecord->ExceptionCode, pointers);
+    }
+    catch (...)
+    {
+        t_translated = std::current_exception();
+        return EXCEPTION_EXECUTE_HANDLER;
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+// clang compiles structured-exception scopes itself (-fms-extensions): the body runs in one, in
+// a function without C++ objects, and the fault ends up after it.
+__attribute__((noinline)) bool CallInGuardFrame(unsigned long (*body)(void*), void* argument, unsigned long* result)
+{
+    __try
+    {
+        *result = body(argument);
+    }
+    __except (TranslatingFilter(GetExceptionInformation()))
+    {
+        return true;
+    }
+    return false;
+}
+} // namespace
+
+unsigned long XRunWithSeTranslation(unsigned long (*body)(void*), void* argument)
+{
+    unsigned long result = 0;
+    if (CallInGuardFrame(body, argument, &result))
+    {
+        std::exception_ptr translated = t_translated;
+        t_translated = nullptr;
+        if (translated)
+            std::rethrow_exception(translated);
+    }
+    return result;
+}
+
 #else
 
 unsigned long XRunWithSeTranslation(unsigned long (*body)(void*), void* argument)

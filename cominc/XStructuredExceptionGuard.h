@@ -17,6 +17,9 @@
 // for a foreign exception), so locks or memory held by those frames stay taken. The fault is
 // logged by the translator and ends the body in an orderly way instead of ending the process.
 //
+// With clang for MinGW-w64 the frame is clang's own structured-exception scope (__try/__except,
+// which it compiles with -fms-extensions), with the same filter and the same difference to MSVC.
+//
 // Threads without a translator are not affected: the filter passes the exception on, as if the
 // frame were not there. With other compilers the body runs without the filter frame.
 #pragma once

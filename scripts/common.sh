@@ -4,11 +4,15 @@ set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 BUILD_DIR="${WQ_BUILD_DIR:-$ROOT/build}"
 PACKAGES=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine64 libwine-dev cmake make googletest)
+# The second compiler (clang for the same target, with lld), built by the test job.
+CLANG_PACKAGES=(clang lld)
 
-# Installs whatever of the packages is missing.
+# Installs whatever of the packages is missing (the given list, or PACKAGES).
 ensure_packages() {
+  local wanted=("$@")
+  [ ${#wanted[@]} -eq 0 ] && wanted=("${PACKAGES[@]}")
   local missing=()
-  for p in "${PACKAGES[@]}"; do
+  for p in "${wanted[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
   done
   [ ${#missing[@]} -eq 0 ] && return 0
@@ -19,12 +23,22 @@ ensure_packages() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
 }
 
-# Configures (once) and builds everything.
+# Configures (once) and builds everything with GCC.
 build_all() {
   if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
     cmake -S "$ROOT" -B "$BUILD_DIR" -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchain-mingw-w64.cmake" >/dev/null
   fi
   cmake --build "$BUILD_DIR" -j "$(nproc)"
+}
+
+# The same with clang, in $CLANG_BUILD_DIR; its programs run in the GCC build's Wine prefix.
+CLANG_BUILD_DIR="${WQ_CLANG_BUILD_DIR:-$ROOT/build-clang}"
+build_all_clang() {
+  if [ ! -f "$CLANG_BUILD_DIR/CMakeCache.txt" ]; then
+    cmake -S "$ROOT" -B "$CLANG_BUILD_DIR" -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchain-mingw-w64-clang.cmake" \
+      -DWQ_WINEPREFIX="$BUILD_DIR/wineprefix" >/dev/null
+  fi
+  cmake --build "$CLANG_BUILD_DIR" -j "$(nproc)"
 }
 
 # Windows path of a file in the build tree, as Wine sees it.

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Test job: build, then run every test under Wine with ctest (its summary closes the output).
+# Test job: build with GCC and with clang, run every test of the GCC build under Wine with ctest,
+# then the unit tests of the clang build (the second ctest's summary closes the output).
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 ensure_packages
+ensure_packages "${CLANG_PACKAGES[@]}"
 build_all
+build_all_clang
 # Create the Wine prefix before the tests start, so no test pays for it, and keep one Wine
 # server running for the whole run (it is stopped again afterwards).
 "$BUILD_DIR/wine-run.sh" cmd /c exit >/dev/null 2>&1 || true
@@ -10,8 +13,9 @@ export WINEPREFIX="$BUILD_DIR/wineprefix"
 /usr/lib/wine/wineserver64 -k >/dev/null 2>&1 || true
 /usr/lib/wine/wineserver64 -w >/dev/null 2>&1 || true
 (exec /usr/lib/wine/wineserver64 -p </dev/null >/dev/null 2>&1) || true
-cd "$BUILD_DIR"
 rc=0
-ctest -j "$(nproc)" --output-on-failure --timeout 300 || rc=$?
+(cd "$BUILD_DIR" && ctest -j "$(nproc)" --output-on-failure --timeout 300) || rc=$?
+echo "Unit tests of the clang build:"
+(cd "$CLANG_BUILD_DIR" && ctest -L unit -j "$(nproc)" --output-on-failure --timeout 300) || rc=$?
 /usr/lib/wine/wineserver64 -k >/dev/null 2>&1 || true
 exit $rc

@@ -34,7 +34,7 @@ protected:
     static std::wstring MissingMarker(std::wstring_view lowerKey, std::wstring_view lowerValueName);
 
     // As the shared PutValue; a value put is no longer marked missing.
-    HRESULT PutValue(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue);
+    HRESULT PutValue(BSTR bstrKeyName, BSTR bstrValueName, BSTR bstrValue) override;
     // The write-through step of WriteData and WriteStringList (not on the interface): with a
     // value name, stores that cached value under the key as given (a stored empty value then
     // leaves the cache, so that the next read asks the storage); without one, stores the dirty

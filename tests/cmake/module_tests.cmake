@@ -16,7 +16,7 @@ function(wq_add_module_test name serial)
   gtest_discover_tests(${name}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 300
-    PROPERTIES TIMEOUT 120 FIXTURES_REQUIRED wq_registered RUN_SERIAL ${serial})
+    PROPERTIES TIMEOUT 120 FIXTURES_REQUIRED wq_registered RUN_SERIAL ${serial} LABELS module)
 endfunction()
 
 wq_add_module_test(test_module_registration TRUE ${CMAKE_CURRENT_SOURCE_DIR}/test_module_registration.cpp)
