@@ -96,3 +96,55 @@ TEST_F(ManagerTest, ConcurrentRebindingAndUnlockedReadersAreSafe)
     EXPECT_EQ(0, failures.load());
     EXPECT_GT(reads.load(), 100);
 }
+
+namespace
+{
+// An IO whose GetData holds its caller (and so the manager's lock) until released.
+class HoldingIO : public RecordingIO
+{
+public:
+    HoldingIO() : entered(::CreateEventW(nullptr, TRUE, FALSE, nullptr)), released(::CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+    ~HoldingIO() override
+    {
+        ::CloseHandle(entered);
+        ::CloseHandle(released);
+    }
+    STDMETHODIMP GetData(BSTR, BSTR, BSTR*) override
+    {
+        inside = true;
+        ::SetEvent(entered);
+        ::WaitForSingleObject(released, 10000);
+        inside = false;
+        return S_FALSE;
+    }
+    HANDLE entered;
+    HANDLE released;
+    std::atomic<bool> inside{false};
+};
+} // namespace
+
+TEST_F(ManagerTest, StorageTypeAsyncErrorAndUploadAreAnsweredWhileAnotherCallHoldsTheManager)
+{
+    XComPtr<HoldingIO> io;
+    io.Attach(new XComObject<HoldingIO>());
+    io->AddRef();
+    ASSERT_EQ(S_OK, mng->SetStorageIO(io.Get(), Cat(3)));
+    std::thread holder([&] {
+        ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        XVariant value;
+        mng->GetData(XWQComBSTR(L"k"), XWQComBSTR(L"n"), VT_BSTR, &value, Cat(3));
+        ::CoUninitialize();
+    });
+    ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(io->entered, 10000));
+
+    SDM_STORAGE_TYPE type = static_cast<SDM_STORAGE_TYPE>(0);
+    EXPECT_EQ(S_OK, mng->GetStorageType(Cat(3), &type));
+    HRESULT async = E_FAIL;
+    EXPECT_EQ(S_OK, mng->GetLastErrorAsyncExecution(Cat(3), &async));
+    mng->UploadCache(XWQComBSTR(L"k"), Cat(3));
+    // The holder is still inside its call: none of these waited for the manager's lock.
+    EXPECT_TRUE(io->inside.load());
+
+    ::SetEvent(io->released);
+    holder.join();
+}

@@ -129,3 +129,16 @@ TEST(ManagerExtended, ExtendedAndDatabaseLayersAreCreatableByProgId)
         EXPECT_TRUE(io);
     }
 }
+
+TEST(ManagerExtended, ASetStorageWhoseNewIORefusesTheStorageLeavesTheCategoryUnbound)
+{
+    XComPtr<IWQ_SessionDataMng> manager = NewManager();
+    StorageRef earlier(RecordingStorage::Pose::Volatile);
+    ASSERT_EQ(S_OK, manager->SetStorage(earlier.Get(), kGlobal, 1));
+    // The manager's probe finds the extended interface; the extended IO it makes does not.
+    StorageRef storage(RecordingStorage::Pose::Extended);
+    storage->LimitExtendedAnswers(1);
+    EXPECT_EQ(E_INVALIDARG, manager->SetStorage(storage.Get(), kGlobal, 1));
+    // The earlier binding is gone as well.
+    EXPECT_EQ(S_FALSE, manager->IsInit(kGlobal));
+}

@@ -1,5 +1,7 @@
 #include "xsessiondatavalues.h"
 
+#include "xcomtypes.h"
+
 #include <algorithm>
 #include <cwchar>
 #include <new>
@@ -45,13 +47,7 @@ XFoundValue XFindValue(const XValueTable& table, std::wstring_view name)
 
 void XDeleteValueArray(tagSESSIONDATAVALUE* records, ULONG count) noexcept
 {
-    if (!records)
-        return;
-    for (ULONG i = 0; i < count; ++i)
-    {
-        ::SysFreeString(records[i].bstrValueName);
-        ::SysFreeString(records[i].bstrValue);
-    }
+    XFreeValueRecords(records, count);  // null records free nothing
     delete[] records;
 }
 

@@ -60,7 +60,7 @@ HRESULT RecordingStorage::InternalQueryInterface(REFIID iid, void** ppv)
     else if (Poses(Pose::Database) &&
              (::IsEqualIID(iid, IID_IWQ_SessionDataStorageEx) || ::IsEqualIID(iid, IID_IWQ_SessionDataStorageDb)))
         answer = static_cast<IWQ_SessionDataStorageDb*>(this);
-    else if (Poses(Pose::Extended) && ::IsEqualIID(iid, IID_IWQ_SessionDataStorageEx))
+    else if (Poses(Pose::Extended) && ::IsEqualIID(iid, IID_IWQ_SessionDataStorageEx) && TakeExtendedAnswer())
         answer = static_cast<IWQ_SessionDataStorageDb*>(this);
     else if (Poses(Pose::Registry) && ::IsEqualIID(iid, IID_IWQ_SessionDataStorageReg))
         answer = static_cast<IWQ_SessionDataStorageReg*>(this);
@@ -79,6 +79,22 @@ void RecordingStorage::AlsoPoseAs(Pose pose)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_poses.insert(pose);
+}
+
+void RecordingStorage::LimitExtendedAnswers(int count)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_extendedAnswers = count;
+}
+
+bool RecordingStorage::TakeExtendedAnswer()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_extendedAnswers == 0)
+        return false;
+    if (m_extendedAnswers > 0)
+        --m_extendedAnswers;
+    return true;
 }
 
 bool RecordingStorage::Poses(Pose pose) const

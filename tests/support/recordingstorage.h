@@ -42,6 +42,8 @@ public:
     IWQ_SessionDataStorage* Storage() { return static_cast<IWQ_SessionDataStorageDb*>(this); }
     // Answers the interfaces of another kind as well.
     void AlsoPoseAs(Pose pose);
+    // Answers IWQ_SessionDataStorageEx (as an extended storage) only count more times.
+    void LimitExtendedAnswers(int count);
 
     // Script. ReadData of a key (exact text) set here answers S_OK with its pairs in this order
     // (an empty list: S_OK with a count of 0); other keys answer S_FALSE with a count of 0.
@@ -111,8 +113,10 @@ private:
     bool Forced(const std::string& method, HRESULT& hr) const;
     bool TakesArrays() const;
     bool Poses(Pose pose) const;
+    bool TakeExtendedAnswer();
 
     std::set<Pose> m_poses;
+    int m_extendedAnswers = -1;  // -1: no limit
     mutable std::mutex m_mutex;
     std::vector<std::string> m_calls;
     std::map<std::string, HRESULT> m_results;
