@@ -38,20 +38,22 @@ XScopedSeTranslator::~XScopedSeTranslator()
     t_translator = m_previous;
 }
 
-#if defined(__GNUC__) && defined(__x86_64__) && defined(__MINGW32__) && !defined(__clang__)
+#if defined(__MINGW32__) && defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 
 namespace
 {
 thread_local std::exception_ptr t_translated;
 
-// GCC's own C++ exceptions travel as structured exceptions with these codes; they are not faults.
+// The C++ exceptions of the MinGW runtime travel as structured exceptions with these codes;
+// they are not faults.
 bool IsGccException(DWORD code) noexcept
 {
     return (code & 0x20FFFFFFu) == 0x20474343u;  // 'GCC' with the user-defined bit, any kind
 }
 } // namespace
 
-// The filter of the guard frame (named in the frame's unwind data below).
+// The filter of the guard frame: calls the translator, keeps what it throws and has the frame
+// take the exception; anything else goes on as it was.
 extern "C" __attribute__((used)) LONG XSdmStructuredExceptionFilter(EXCEPTION_POINTERS* pointers, void*)
 {
     const XSeTranslator translator = t_translator;
@@ -71,6 +73,23 @@ extern "C" __attribute__((used)) LONG XSdmStructuredExceptionFilter(EXCEPTION_PO
 
 namespace
 {
+#if defined(__clang__)
+// clang compiles structured-exception scopes itself (__try/__except, with -fms-extensions): the
+// body runs in one, in a function without C++ objects, and a fault the filter takes ends up
+// after it.
+__attribute__((noinline)) bool CallInGuardFrame(unsigned long (*body)(void*), void* argument, unsigned long* result)
+{
+    __try
+    {
+        *result = body(argument);
+    }
+    __except (XSdmStructuredExceptionFilter(GetExceptionInformation(), nullptr))
+    {
+        return true;
+    }
+    return false;
+}
+#else
 // Calls body(argument) inside a frame whose scope entry sends structured exceptions to the filter
 // above; when the filter takes one, the system unwinds to the label after the call and the
 // function returns true. The function has no C++ cleanups, so the frame has no other handler.
@@ -91,66 +110,7 @@ __attribute__((noinline, noclone)) bool CallInGuardFrame(unsigned long (*body)(v
                          "\tnop\n" ::: "memory");
     return faulted;
 }
-} // namespace
-
-unsigned long XRunWithSeTranslation(unsigned long (*body)(void*), void* argument)
-{
-    unsigned long result = 0;
-    if (CallInGuardFrame(body, argument, &result))
-    {
-        std::exception_ptr translated = t_translated;
-        t_translated = nullptr;
-        if (translated)
-            std::rethrow_exception(translated);
-    }
-    return result;
-}
-
-#elif defined(__clang__) && defined(__MINGW32__)
-
-namespace
-{
-thread_local std::exception_ptr t_translated;
-
-// The C++ exceptions of the MinGW runtime travel as structured exceptions with these codes;
-// they are not faults.
-bool IsGccException(DWORD code) noexcept
-{
-    return (code & 0x20FFFFFFu) == 0x20474343u;  // 'GCC' with the user-defined bit, any kind
-}
-
-// The filter of the guard below: as with GCC, it calls the translator and keeps what it throws.
-LONG TranslatingFilter(EXCEPTION_POINTERS* pointers) noexcept
-{
-    const XSeTranslator translator = t_translator;
-    if (!translator || !pointers || !pointers->ExceptionRecord || IsGccException(pointers->ExceptionRecord->ExceptionCode))
-        return EXCEPTION_CONTINUE_SEARCH;
-    try
-    {
-        translator(pointers->ExceptionRecord->ExceptionCode, pointers);
-    }
-    catch (...)
-    {
-        t_translated = std::current_exception();
-        return EXCEPTION_EXECUTE_HANDLER;
-    }
-    return EXCEPTION_CONTINUE_SEARCH;
-}
-
-// clang compiles structured-exception scopes itself (-fms-extensions): the body runs in one, in
-// a function without C++ objects, and the fault ends up after it.
-__attribute__((noinline)) bool CallInGuardFrame(unsigned long (*body)(void*), void* argument, unsigned long* result)
-{
-    __try
-    {
-        *result = body(argument);
-    }
-    __except (TranslatingFilter(GetExceptionInformation()))
-    {
-        return true;
-    }
-    return false;
-}
+#endif
 } // namespace
 
 unsigned long XRunWithSeTranslation(unsigned long (*body)(void*), void* argument)
