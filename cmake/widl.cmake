@@ -25,3 +25,21 @@ add_library(wq_interfaces STATIC ${WQ_GENERATED_DIR}/xsessiondatamng_i.c)
 add_dependencies(wq_interfaces wq_idl)
 target_include_directories(wq_interfaces PUBLIC ${WQ_GENERATED_DIR})
 target_link_libraries(wq_interfaces PUBLIC ole32 oleaut32 uuid)
+
+# The storage-root server's declarations: header, GUIDs and type library (its interface is an
+# automation interface, marshalled by the system from the registered type library).
+set(WQ_ROOT_IDL ${CMAKE_SOURCE_DIR}/storageroot/xstorageroot.idl)
+add_custom_command(
+  OUTPUT ${WQ_GENERATED_DIR}/xstorageroot_h.h ${WQ_GENERATED_DIR}/xstorageroot_i.c ${WQ_GENERATED_DIR}/xstorageroot.tlb
+  COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -h -o xstorageroot_h.h ${WQ_ROOT_IDL}
+  COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -u -o xstorageroot_i.c ${WQ_ROOT_IDL}
+  COMMAND ${WIDL_EXECUTABLE} ${WIDL_FLAGS} -t -o xstorageroot.tlb ${WQ_ROOT_IDL}
+  DEPENDS ${WQ_ROOT_IDL}
+  WORKING_DIRECTORY ${WQ_GENERATED_DIR}
+  COMMENT "widl: xstorageroot.idl"
+  VERBATIM)
+add_custom_target(wq_root_idl DEPENDS ${WQ_GENERATED_DIR}/xstorageroot_h.h ${WQ_GENERATED_DIR}/xstorageroot.tlb)
+add_library(wq_root_interfaces STATIC ${WQ_GENERATED_DIR}/xstorageroot_i.c)
+add_dependencies(wq_root_interfaces wq_root_idl)
+target_include_directories(wq_root_interfaces PUBLIC ${WQ_GENERATED_DIR})
+target_link_libraries(wq_root_interfaces PUBLIC ole32 oleaut32 uuid)

@@ -70,8 +70,7 @@ HRESULT DeleteTree(const std::wstring& path)
             return hr_;                                                                                              \
     } while (false)
 
-HRESULT RegisterEntry(const XObjectMapEntry& entry, const std::wstring& serverPath, XServerKind kind,
-                      const GUID& typeLibrary)
+HRESULT RegisterEntry(const XObjectMapEntry& entry, const XServerPaths& servers, const GUID& typeLibrary)
 {
     const std::wstring clsid = GuidText(*entry.clsid);
     const std::wstring progId = std::wstring(L"WQSessionDataMng.") + entry.progIdName;
@@ -88,15 +87,13 @@ HRESULT RegisterEntry(const XObjectMapEntry& entry, const std::wstring& serverPa
     XREG_TRY(SetString(classKey, nullptr, entry.classDescription));
     XREG_TRY(SetString(classKey + L"\\ProgID", nullptr, versioned));
     XREG_TRY(SetString(classKey + L"\\VersionIndependentProgID", nullptr, progId));
-    if (kind == XServerKind::InProcess)
+    if (!servers.inProcess.empty())
     {
-        XREG_TRY(SetString(classKey + L"\\InprocServer32", nullptr, serverPath));
+        XREG_TRY(SetString(classKey + L"\\InprocServer32", nullptr, servers.inProcess));
         XREG_TRY(SetString(classKey + L"\\InprocServer32", L"ThreadingModel", L"Both"));
     }
-    else
-    {
-        XREG_TRY(SetString(classKey + L"\\LocalServer32", nullptr, serverPath));
-    }
+    if (!servers.local.empty())
+        XREG_TRY(SetString(classKey + L"\\LocalServer32", nullptr, servers.local));
     XREG_TRY(SetString(classKey + L"\\TypeLib", nullptr, GuidText(typeLibrary)));
     if (entry.programmable)
         XREG_TRY(CreateEmptyKey(classKey + L"\\Programmable"));
@@ -129,8 +126,15 @@ std::wstring XModulePath(HMODULE module)
 
 HRESULT XRegisterClasses(const XObjectMap& map, const wchar_t* serverPath, XServerKind kind, const GUID& typeLibrary)
 {
+    XServerPaths servers;
+    (kind == XServerKind::InProcess ? servers.inProcess : servers.local) = serverPath;
+    return XRegisterClasses(map, servers, typeLibrary);
+}
+
+HRESULT XRegisterClasses(const XObjectMap& map, const XServerPaths& servers, const GUID& typeLibrary)
+{
     for (const XObjectMapEntry* entry = map.begin; entry != map.end; ++entry)
-        XREG_TRY(RegisterEntry(*entry, serverPath, kind, typeLibrary));
+        XREG_TRY(RegisterEntry(*entry, servers, typeLibrary));
     return S_OK;
 }
 

@@ -23,7 +23,15 @@ enum class XServerKind
     Local,      // a program: LocalServer32
 };
 
+// The servers of a class: a DLL, a program, or both (an empty path: none of that kind).
+struct XServerPaths
+{
+    std::wstring inProcess;
+    std::wstring local;
+};
+
 HRESULT XRegisterClasses(const XObjectMap& map, const wchar_t* serverPath, XServerKind kind, const GUID& typeLibrary);
+HRESULT XRegisterClasses(const XObjectMap& map, const XServerPaths& servers, const GUID& typeLibrary);
 HRESULT XUnregisterClasses(const XObjectMap& map);
 // Registers the type library that the file at path carries as its resource.
 HRESULT XRegisterTypeLibrary(const wchar_t* path);

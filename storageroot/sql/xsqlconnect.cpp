@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <vector>
 
 namespace
 {
@@ -19,6 +20,11 @@ bool StartsWith(const std::wstring& text, const wchar_t* prefix)
 bool IsWholeNumber(const std::wstring& text)
 {
     return !text.empty() && text.size() < 10 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
+}
+
+[[noreturn]] void Refuse(const std::wstring& message)
+{
+    XSqlError::Raise(L"XSqlConnect", E_INVALIDARG, XWQComBSTR(message.c_str()));
 }
 
 // The options after '?' ("name=value" joined by '&'), which no Windows path contains.
@@ -40,32 +46,61 @@ XSqliteOptions SqliteOptions(const std::wstring& query)
         else if (_wcsicmp(name.c_str(), L"busy_timeout") == 0 && IsWholeNumber(value))
             options.busyTimeoutMs = static_cast<int>(std::wcstol(value.c_str(), nullptr, 10));
         else
-            XSqlError::Raise(L"XSqlConnect", E_INVALIDARG,
-                             XWQComBSTR((L"unknown option in the connection text: " + option).c_str()));
+            Refuse(L"unknown option in the connection text: " + option);
         start = end + 1;
     }
     return options;
 }
+
+std::wstring FullPath(const std::wstring& path)
+{
+    const DWORD size = ::GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+    std::vector<wchar_t> full(size ? size : 1);
+    if (size == 0 || ::GetFullPathNameW(path.c_str(), size, full.data(), nullptr) == 0)
+        Refuse(L"the connection text names no valid file path: " + path);
+    return full.data();
+}
+
+struct SqliteTarget
+{
+    std::wstring path;
+    XSqliteOptions options;
+};
+
+SqliteTarget ParseSqlite(const std::wstring& connection)
+{
+    const std::wstring rest = connection.substr(std::wcslen(kSqliteScheme));
+    const size_t query = rest.find(L'?');
+    const std::wstring path = rest.substr(0, query);
+    if (path.empty())
+        Refuse(L"the connection text names no database file");
+    return {FullPath(path), query == std::wstring::npos ? XSqliteOptions() : SqliteOptions(rest.substr(query + 1))};
+}
+
+[[noreturn]] void UnknownScheme(const std::wstring& connection)
+{
+    Refuse(L"unknown connection scheme (expected \"sqlite:\"): " + connection);
+}
 } // namespace
+
+XSqlConnectionSpec XSqlParseConnection(const std::wstring& connection)
+{
+    if (!StartsWith(connection, kSqliteScheme))
+        UnknownScheme(connection);
+    const SqliteTarget target = ParseSqlite(connection);
+    std::wstring lower = target.path;
+    ::CharLowerBuffW(lower.data(), static_cast<DWORD>(lower.size()));
+    return {kSqliteScheme + lower,
+            kSqliteScheme + target.path + L"?synchronous=" + (target.options.synchronousFull ? L"full" : L"normal") +
+                L"&busy_timeout=" + std::to_wstring(target.options.busyTimeoutMs)};
+}
 
 std::unique_ptr<XSqlConnection> XSqlConnect(const std::wstring& connection)
 {
-    std::unique_ptr<XSqlConnection> opened;
-    if (StartsWith(connection, kSqliteScheme))
-    {
-        const std::wstring rest = connection.substr(std::wcslen(kSqliteScheme));
-        const size_t query = rest.find(L'?');
-        const std::wstring path = rest.substr(0, query);
-        if (path.empty())
-            XSqlError::Raise(L"XSqlConnect", E_INVALIDARG, XWQComBSTR(L"the connection text names no database file"));
-        opened = std::make_unique<XSqliteConnection>(
-            path, query == std::wstring::npos ? XSqliteOptions() : SqliteOptions(rest.substr(query + 1)));
-    }
-    else
-    {
-        XSqlError::Raise(L"XSqlConnect", E_INVALIDARG,
-                         XWQComBSTR((L"unknown connection scheme (expected \"sqlite:\"): " + connection).c_str()));
-    }
+    if (!StartsWith(connection, kSqliteScheme))
+        UnknownScheme(connection);
+    const SqliteTarget target = ParseSqlite(connection);
+    std::unique_ptr<XSqlConnection> opened = std::make_unique<XSqliteConnection>(target.path, target.options);
     XSqlSchema::Prepare(*opened);
     return opened;
 }

@@ -1,6 +1,6 @@
-// Opens the database that a connection text names, with the storage's schema ready:
-//   sqlite:<path of the file>[?synchronous=full][&busy_timeout=<milliseconds>]
-// An unknown scheme is refused with E_INVALIDARG; the engines raise their own failures.
+// Connection texts: which database the SQL storage uses and how it opens it.
+//   sqlite:<path of the file>[?synchronous=full|normal][&busy_timeout=<milliseconds>]
+// An unknown scheme or option is refused with E_INVALIDARG; the engines raise their own failures.
 #pragma once
 
 #include "xsqlconnection.h"
@@ -8,4 +8,17 @@
 #include <memory>
 #include <string>
 
+// A connection text taken apart.
+struct XSqlConnectionSpec
+{
+    // The database named, one text for every spelling of it (for a file: its full path,
+    // lower-cased, as Windows compares paths).
+    std::wstring database;
+    // The connection text in its canonical form: the full path, every option with its value.
+    std::wstring canonical;
+};
+
+XSqlConnectionSpec XSqlParseConnection(const std::wstring& connection);
+
+// Opens the database that a connection text names, with the storage's schema ready.
 std::unique_ptr<XSqlConnection> XSqlConnect(const std::wstring& connection);

@@ -47,3 +47,15 @@ wq_add_test(test_storage_sql
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql_faults.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql_objects.cpp)
 target_link_libraries(test_storage_sql PRIVATE wq_sqltestsupport)
+
+# The storage root's class in process: per-user keys, its databases, the configured default.
+add_library(wq_roottestsupport STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/roottesthelpers.cpp)
+target_include_directories(wq_roottestsupport PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
+target_link_libraries(wq_roottestsupport PUBLIC wq_sqltestsupport wq_storagedoubles sdm_root)
+
+wq_add_test(test_storage_root
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_root_userkeys.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_root_users.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_root_database.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_root_default.cpp)
+target_link_libraries(test_storage_root PRIVATE wq_roottestsupport wq_testsupport)

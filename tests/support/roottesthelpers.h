@@ -1,0 +1,34 @@
+// Helpers of the storage-root tests: root objects in process over a test database, a caller
+// identity that a test chooses, and the names a root lists.
+#pragma once
+
+#include "XWQComBSTR.h"
+#include "xcomobject.h"
+#include "xsessiondatamng_h.h"
+#include "xstorageroot_h.h"
+
+#include <string>
+#include <vector>
+
+// A root object made in this process (the root's class itself, not a registered server), opened
+// on connection when one is given; null when that fails (*hr says why).
+XComPtr<IWQ_SessionDataIOEx> NewRootObject(const std::wstring& connection = std::wstring(), HRESULT* hr = nullptr);
+
+// The root's configuration interface.
+XComPtr<IWQ_SessionDataRootConfig> ConfigOf(const XComPtr<IWQ_SessionDataIOEx>& root);
+
+// Makes the calling user, for the scope, the user a test names (every thread of the process
+// sees it); the platform's identity comes back at the end.
+class CallerIs
+{
+public:
+    explicit CallerIs(const std::wstring& sid);
+    ~CallerIs();
+    CallerIs(const CallerIs&) = delete;
+    CallerIs& operator=(const CallerIs&) = delete;
+};
+
+// GetSubKeys, its names in order; hr gets the result.
+std::vector<std::wstring> SubKeysOf(IWQ_SessionDataIO* io, const wchar_t* key, ULONG recursive, HRESULT* hr = nullptr);
+// GetAllData, as "key|name=value" per pair in order; hr gets the result.
+std::vector<std::wstring> AllDataOf(IWQ_SessionDataIO* io, const wchar_t* key, HRESULT* hr = nullptr);

@@ -1,0 +1,200 @@
+// The database behind a root object: chosen with Open (or the configured default), shared with
+// every root object of the process on the same database (one cache), and refused clearly when a
+// connection text or a file is not usable.
+#include "roottesthelpers.h"
+#include "iotesthelpers.h"
+#include "sqltesthelpers.h"
+#include "testenv.h"
+#include "xsessiondataioex.h"
+#include "xsqlerror.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+std::wstring ConnectionOf(const XComPtr<IWQ_SessionDataIOEx>& root, HRESULT* hr = nullptr)
+{
+    BSTR text = nullptr;
+    const HRESULT result = ConfigOf(root)->GetConnection(&text);
+    if (hr)
+        *hr = result;
+    std::wstring out(text ? text : L"");
+    ::SysFreeString(text);
+    return out;
+}
+
+std::wstring Upper(std::wstring text)
+{
+    ::CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
+    return text;
+}
+
+// Writes a file of 8 KiB of garbage at path.
+void WriteGarbage(const std::wstring& path)
+{
+    HANDLE garbage = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, garbage);
+    const std::string text(8192, 'G');
+    DWORD written = 0;
+    ::WriteFile(garbage, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    ::CloseHandle(garbage);
+}
+} // namespace
+
+TEST(RootDatabase, RootObjectsOnOneDatabaseShareOneCache)
+{
+    TestDatabaseFile file;
+    const XComPtr<IWQ_SessionDataIOEx> first = NewRootObject(file.Connection());
+    const XComPtr<IWQ_SessionDataIOEx> second = NewRootObject(file.Connection());
+    ASSERT_TRUE(first && second);
+    ASSERT_EQ(S_OK, Write(first.Get(), L"Suite/App", L"n", L"cached"));
+    // Changed behind the root's back: a root with a cache of its own would read the file.
+    RawSqlite raw(file.Path());
+    ASSERT_TRUE(raw.Execute("UPDATE sdm_values SET value = 'file' WHERE name = 'n'"));
+    EXPECT_EQ(L"cached", Read(second.Get(), L"suite/app", L"n").value);
+}
+
+TEST(RootDatabase, SpellingsOfOneFileAreOneDatabase)
+{
+    TestDatabaseFile file;
+    const XComPtr<IWQ_SessionDataIOEx> first = NewRootObject(file.Connection());
+    HRESULT hr = S_OK;
+    const XComPtr<IWQ_SessionDataIOEx> second = NewRootObject(L"SQLITE:" + Upper(file.Path()), &hr);
+    ASSERT_TRUE(first && second) << std::hex << hr << " " << Utf8(TakeErrorInfo().description);
+    EXPECT_EQ(ConnectionOf(first), ConnectionOf(second));
+    EXPECT_EQ(L"sqlite:" + file.Path() + L"?synchronous=normal&busy_timeout=5000", ConnectionOf(first));
+    ASSERT_EQ(S_OK, Write(first.Get(), L"k", L"n", L"v"));
+    RawSqlite raw(file.Path());
+    ASSERT_TRUE(raw.Execute("UPDATE sdm_values SET value = 'file'"));
+    EXPECT_EQ(L"v", Read(second.Get(), L"k", L"n").value);
+}
+
+TEST(RootDatabase, ADatabaseOpenWithOtherOptionsIsRefused)
+{
+    TestDatabaseFile file;
+    const XComPtr<IWQ_SessionDataIOEx> first = NewRootObject(file.Connection(L"?synchronous=full"));
+    ASSERT_TRUE(first);
+    HRESULT hr = S_OK;
+    EXPECT_FALSE(NewRootObject(file.Connection(), &hr));
+    EXPECT_EQ(E_INVALIDARG, hr);
+    EXPECT_NE(std::wstring::npos, TakeErrorInfo().description.find(L"other options"));
+    EXPECT_TRUE(NewRootObject(file.Connection(L"?busy_timeout=5000&synchronous=FULL")));
+}
+
+TEST(RootDatabase, AnUnusableConnectionIsAClearErrorAndTheRootKeepsItsDatabase)
+{
+    TestDatabaseFile file;
+    TestDatabaseFile corrupt(L"-corrupt");
+    WriteGarbage(corrupt.Path());
+    TestDatabaseFile foreign(L"-foreign");
+    {
+        RawSqlite raw(foreign.Path());
+        ASSERT_TRUE(raw.Execute("CREATE TABLE customers (id INTEGER);"));
+    }
+    const XComPtr<IWQ_SessionDataIOEx> root = NewRootObject(file.Connection());
+    ASSERT_TRUE(root);
+    ASSERT_EQ(S_OK, Write(root.Get(), L"k", L"n", L"kept"));
+    const struct
+    {
+        std::wstring connection;
+        HRESULT hr;
+        const wchar_t* says;
+    } cases[] = {
+        {L"", E_INVALIDARG, L"empty"},
+        {L"mysql:server=x", E_INVALIDARG, L"unknown connection scheme"},
+        {L"sqlite:", E_INVALIDARG, L"names no database file"},
+        {file.Connection(L"?cache=huge"), E_INVALIDARG, L"unknown option"},
+        {corrupt.Connection(), XSqlError::kCorrupt, L"SQLite"},
+        {foreign.Connection(), XSqlError::kForeign, L"not a session data database"},
+    };
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(c.hr, ConfigOf(root)->Open(XWQComBSTR(c.connection.c_str()))) << Utf8(c.connection);
+        const ErrorInfoText info = TakeErrorInfo();
+        EXPECT_TRUE(info.present) << Utf8(c.connection);
+        EXPECT_NE(std::wstring::npos, info.description.find(c.says)) << Utf8(info.description);
+        EXPECT_EQ(L"kept", Read(root.Get(), L"k", L"n").value);
+    }
+    EXPECT_EQ(E_INVALIDARG, ConfigOf(root)->Open(nullptr));
+    EXPECT_EQ(E_POINTER, ConfigOf(root)->GetConnection(nullptr));
+    EXPECT_EQ(E_POINTER, ConfigOf(root)->GetServerProcessId(nullptr));
+}
+
+TEST(RootDatabase, OpenSwitchesTheRootToAnotherDatabase)
+{
+    TestDatabaseFile first;
+    TestDatabaseFile second(L"-second");
+    const XComPtr<IWQ_SessionDataIOEx> root = NewRootObject(first.Connection());
+    ASSERT_TRUE(root);
+    ASSERT_EQ(S_OK, Write(root.Get(), L"k", L"n", L"first"));
+    ASSERT_EQ(S_OK, ConfigOf(root)->Open(XWQComBSTR(second.Connection().c_str())));
+    EXPECT_EQ(S_FALSE, Read(root.Get(), L"k", L"n").hr);
+    ASSERT_EQ(S_OK, Write(root.Get(), L"k", L"n", L"second"));
+    RawSqlite raw(first.Path());
+    EXPECT_EQ(std::vector<std::string>{"first"}, raw.Rows("SELECT value FROM sdm_values"));
+}
+
+TEST(RootDatabase, TheRootKeepsItsOwnStorage)
+{
+    TestDatabaseFile file;
+    const XComPtr<IWQ_SessionDataIOEx> root = NewRootObject(file.Connection());
+    ASSERT_TRUE(root);
+    EXPECT_EQ(E_NOTIMPL, root->SetStorage(nullptr));
+    EXPECT_NE(std::wstring::npos, TakeErrorInfo().description.find(L"Open"));
+    EXPECT_EQ(S_OK, Write(root.Get(), L"k", L"n", L"v"));
+}
+
+TEST(RootDatabase, InProcessTheServerIsThisProcess)
+{
+    TestDatabaseFile file;
+    const XComPtr<IWQ_SessionDataIOEx> root = NewRootObject(file.Connection());
+    ASSERT_TRUE(root);
+    LONG id = 0;
+    EXPECT_EQ(S_OK, ConfigOf(root)->GetServerProcessId(&id));
+    EXPECT_EQ(static_cast<LONG>(::GetCurrentProcessId()), id);
+}
+
+// A value behaves through the root as through the module's cached extended layer over the SQL
+// storage in process: every answer the same, HRESULT and value.
+TEST(RootDatabase, ValuesBehaveAsThroughTheExtendedLayerInProcess)
+{
+    TestDatabaseFile rootFile;
+    TestDatabaseFile layerFile(L"-layer");
+    const XComPtr<IWQ_SessionDataIOEx> root = NewRootObject(rootFile.Connection());
+    const XComPtr<IWQ_SessionDataIOEx> layer = NewObject<XSessionDataIOEx, IWQ_SessionDataIOEx>();
+    const XComPtr<IWQ_SessionDataStorageEx> storage = NewSqlStorage(layerFile.Connection());
+    ASSERT_TRUE(root && layer && storage);
+    ASSERT_EQ(S_OK, layer->SetStorage(storage.Get()));
+    const std::wstring nul(L"a\0b", 3);
+    const struct
+    {
+        const wchar_t* key;
+        const wchar_t* name;
+        std::wstring value;
+    } writes[] = {
+        {L"Suite\\App", L"Theme", L"Dark"}, {L"suite/app", L"theme", L"Light"}, {L"Suite/%_'\"", L"n", L"wild"},
+        {L"Emoji/\U0001F600", L"\U0001F600", L"\U0001F600"}, {L"k", L"", L"empty name"}, {L"k", L"e", L""},
+        {L"k", L"nul", nul}, {L"", L"n", L"root"}, {nullptr, L"n", L"null key"}, {L"k", nullptr, L"null name"},
+    };
+    for (const auto& w : writes)
+    {
+        const XWQComBSTR key(w.key);
+        const XWQComBSTR name(w.name);
+        const XWQComBSTR value(w.value.c_str(), static_cast<UINT>(w.value.size()));
+        const BSTR k = w.key ? static_cast<BSTR>(key) : nullptr;
+        const BSTR n = w.name ? static_cast<BSTR>(name) : nullptr;
+        EXPECT_EQ(layer->WriteData(k, n, value), root->WriteData(k, n, value)) << Utf8(w.value);
+    }
+    for (const auto& w : writes)
+    {
+        if (!w.key || !w.name)
+            continue;
+        const ReadResult viaLayer = Read(layer.Get(), w.key, w.name);
+        const ReadResult viaRoot = Read(root.Get(), w.key, w.name);
+        EXPECT_EQ(viaLayer.hr, viaRoot.hr) << Utf8(w.key);
+        EXPECT_EQ(viaLayer.value, viaRoot.value) << Utf8(w.key);
+    }
+    EXPECT_EQ(SubKeysOf(layer.Get(), L"", 1), SubKeysOf(root.Get(), L"", 1));
+    EXPECT_EQ(AllDataOf(layer.Get(), L"suite"), AllDataOf(root.Get(), L"suite"));
+    EXPECT_EQ(List(layer.Get(), L"K").records, List(root.Get(), L"K").records);
+}
