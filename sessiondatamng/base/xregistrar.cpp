@@ -92,8 +92,9 @@ HRESULT RegisterEntry(const XObjectMapEntry& entry, const XServerPaths& servers,
         XREG_TRY(SetString(classKey + L"\\InprocServer32", nullptr, servers.inProcess));
         XREG_TRY(SetString(classKey + L"\\InprocServer32", L"ThreadingModel", L"Both"));
     }
+    // Quoted: COM runs the value as a command line, and a path may hold spaces.
     if (!servers.local.empty())
-        XREG_TRY(SetString(classKey + L"\\LocalServer32", nullptr, servers.local));
+        XREG_TRY(SetString(classKey + L"\\LocalServer32", nullptr, L"\"" + servers.local + L"\""));
     XREG_TRY(SetString(classKey + L"\\TypeLib", nullptr, GuidText(typeLibrary)));
     if (entry.programmable)
         XREG_TRY(CreateEmptyKey(classKey + L"\\Programmable"));
@@ -156,6 +157,11 @@ HRESULT XRegisterTypeLibrary(const wchar_t* path)
 
 HRESULT XUnregisterTypeLibrary(const GUID& typeLibrary)
 {
+    // Not registered is not a failure of unregistration (the platform may answer E_INVALIDARG).
+    XRegKey registered;
+    if (::RegOpenKeyExW(HKEY_CLASSES_ROOT, (L"TypeLib\\" + GuidText(typeLibrary) + L"\\1.0").c_str(), 0, KEY_READ,
+                        registered.Address()) != ERROR_SUCCESS)
+        return S_OK;
     const HRESULT hr = ::UnRegisterTypeLib(typeLibrary, 1, 0, LOCALE_NEUTRAL, SYS_WIN64);
     // Not registered is not a failure of unregistration.
     return hr == TYPE_E_REGISTRYACCESS || hr == TYPE_E_CANTLOADLIBRARY ? S_OK : hr;

@@ -59,3 +59,32 @@ wq_add_test(test_storage_root
   ${CMAKE_CURRENT_SOURCE_DIR}/test_root_database.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_root_default.cpp)
 target_link_libraries(test_storage_root PRIVATE wq_roottestsupport wq_testsupport)
+
+# The storage-root server registered in the prefix (after the module, whose proxy/stub marshals
+# IWQ_SessionDataIOEx to it), and the tests against it.
+file(TO_NATIVE_PATH "${CMAKE_BINARY_DIR}/bin/WQSessionDataRoot64.exe" WQ_ROOT_EXE_UNIX)
+string(REPLACE "/" "\\" WQ_ROOT_EXE_WINPATH "Z:${WQ_ROOT_EXE_UNIX}")
+add_test(NAME register_root COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${WQ_ROOT_EXE_WINPATH} /RegServer)
+set_tests_properties(register_root PROPERTIES FIXTURES_SETUP wq_root_registered FIXTURES_REQUIRED wq_registered
+                     TIMEOUT 120)
+
+add_library(wq_rootservertest STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/rootservertest.cpp)
+target_include_directories(wq_rootservertest PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
+target_link_libraries(wq_rootservertest PUBLIC wq_moduletest wq_sqltestsupport wq_storagedoubles wq_root_interfaces)
+
+# wq_add_root_test(<name> <serial: TRUE|FALSE> <sources...>)
+function(wq_add_root_test name serial)
+  add_executable(${name} ${ARGN} ${CMAKE_CURRENT_SOURCE_DIR}/test_main.cpp)
+  target_link_libraries(${name} PRIVATE wq_rootservertest gtest advapi32)
+  add_dependencies(${name} WQSessionDataMng64 WQSessionDataRoot64 WQSessionDataRoot64Dll)
+  gtest_discover_tests(${name}
+    DISCOVERY_MODE PRE_TEST
+    TEST_FILTER "-*.ChildProcess*"
+    DISCOVERY_TIMEOUT 300
+    PROPERTIES TIMEOUT 180 FIXTURES_REQUIRED wq_root_registered RUN_SERIAL ${serial}
+               LABELS module)
+endfunction()
+
+wq_add_root_test(test_root_registration TRUE ${CMAKE_CURRENT_SOURCE_DIR}/test_root_registration.cpp)
+wq_add_root_test(test_root_server FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_root_server.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_root_endtoend.cpp)

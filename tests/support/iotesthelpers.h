@@ -88,5 +88,10 @@ private:
     std::vector<tagSESSIONDATAVALUE> m_records;
 };
 
+// GetSubKeys, its names in order; hr gets the result.
+std::vector<std::wstring> SubKeysOf(IWQ_SessionDataIO* io, const wchar_t* key, ULONG recursive, HRESULT* hr = nullptr);
+// GetAllData, as "key|name=value" per pair in order; hr gets the result.
+std::vector<std::wstring> AllDataOf(IWQ_SessionDataIO* io, const wchar_t* key, HRESULT* hr = nullptr);
+
 // "name=value" of a record, as the recording storage writes it.
 std::string RecordText(const tagSESSIONDATAVALUE& record);

@@ -10,9 +10,7 @@ std::wstring ModulePath()
     return path.substr(0, path.find_last_of(L"\\/") + 1) + L"WQSessionDataMng64.dll";
 }
 
-namespace
-{
-DWORD RunRegsvr32Once(const std::wstring& commandLine)
+DWORD RunAndWait(const std::wstring& commandLine)
 {
     std::wstring command = commandLine;
     STARTUPINFOW si{};
@@ -27,7 +25,6 @@ DWORD RunRegsvr32Once(const std::wstring& commandLine)
     ::CloseHandle(pi.hProcess);
     return code;
 }
-} // namespace
 
 DWORD RunRegsvr32(bool unregister)
 {
@@ -37,11 +34,11 @@ DWORD RunRegsvr32(bool unregister)
     command += L"\"" + ModulePath() + L"\"";
     // Wine now and then fails to start a program while another process of the prefix (a local
     // server of an earlier test) is ending: a failure is tried once more.
-    DWORD code = RunRegsvr32Once(command);
+    DWORD code = RunAndWait(command);
     if (code != 0)
     {
         ::Sleep(1000);
-        code = RunRegsvr32Once(command);
+        code = RunAndWait(command);
     }
     return code;
 }

@@ -8,6 +8,9 @@
 
 // Full path of WQSessionDataMng64.dll (it sits next to the test executables).
 std::wstring ModulePath();
+// Runs a program and waits up to a minute for it to end: its exit code (or the error of
+// CreateProcess).
+DWORD RunAndWait(const std::wstring& commandLine);
 // Runs regsvr32 (with /s, and /u when unregister) on the DLL and returns its exit code.
 DWORD RunRegsvr32(bool unregister);
 // Registry helpers on HKEY_CLASSES_ROOT: the default (or named) string value, or "<missing>".

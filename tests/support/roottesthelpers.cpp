@@ -53,33 +53,3 @@ CallerIs::~CallerIs()
 {
     XSetCallerIdentitySource(nullptr);
 }
-
-std::vector<std::wstring> SubKeysOf(IWQ_SessionDataIO* io, const wchar_t* key, ULONG recursive, HRESULT* hr)
-{
-    XBstrArray names;
-    const HRESULT result = io->GetSubKeys(XWQComBSTR(key), recursive, names.CountAddress(), names.ItemsAddress());
-    if (hr)
-        *hr = result;
-    std::vector<std::wstring> out;
-    for (ULONG i = 0; i < names.Count(); ++i)
-        out.emplace_back(names[i], ::SysStringLen(names[i]));
-    return out;
-}
-
-std::vector<std::wstring> AllDataOf(IWQ_SessionDataIO* io, const wchar_t* key, HRESULT* hr)
-{
-    XKeyValueArray records;
-    const HRESULT result = io->GetAllData(XWQComBSTR(key), records.CountAddress(), records.ItemsAddress());
-    if (hr)
-        *hr = result;
-    std::vector<std::wstring> out;
-    for (ULONG i = 0; i < records.Count(); ++i)
-    {
-        const tagKEY_SESSIONDATAVALUE& record = records[i];
-        for (ULONG j = 0; j < record.ulCount; ++j)
-            out.push_back(std::wstring(record.bstrKeyName, ::SysStringLen(record.bstrKeyName)) + L"|" +
-                          std::wstring(record.pSessionDataValue[j].bstrValueName) + L"=" +
-                          std::wstring(record.pSessionDataValue[j].bstrValue));
-    }
-    return out;
-}

@@ -1,8 +1,9 @@
-// Helpers of the storage-root tests: root objects in process over a test database, a caller
-// identity that a test chooses, and the names a root lists.
+// Helpers of the storage-root tests: root objects in process over a test database and a caller
+// identity that a test chooses.
 #pragma once
 
 #include "XWQComBSTR.h"
+#include "iotesthelpers.h"
 #include "xcomobject.h"
 #include "xsessiondatamng_h.h"
 #include "xstorageroot_h.h"
@@ -27,8 +28,3 @@ public:
     CallerIs(const CallerIs&) = delete;
     CallerIs& operator=(const CallerIs&) = delete;
 };
-
-// GetSubKeys, its names in order; hr gets the result.
-std::vector<std::wstring> SubKeysOf(IWQ_SessionDataIO* io, const wchar_t* key, ULONG recursive, HRESULT* hr = nullptr);
-// GetAllData, as "key|name=value" per pair in order; hr gets the result.
-std::vector<std::wstring> AllDataOf(IWQ_SessionDataIO* io, const wchar_t* key, HRESULT* hr = nullptr);

@@ -1,0 +1,130 @@
+#include "rootservertest.h"
+
+#include "xcomtypes.h"
+
+#include <sddl.h>
+
+#include <vector>
+
+const wchar_t kRootProgId[] = L"WQSessionDataMng.WQ_SessionDataStorageRoot";
+const SESSIONDATATYPE kUserDatabase = static_cast<SESSIONDATATYPE>(2);
+
+std::wstring BinaryPath(const wchar_t* name)
+{
+    wchar_t exe[MAX_PATH];
+    const DWORD length = ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
+    std::wstring path(exe, length);
+    return path.substr(0, path.find_last_of(L"\\/") + 1) + name;
+}
+
+DWORD RunRootServer(const wchar_t* argument)
+{
+    return RunAndWait(L"\"" + BinaryPath(L"WQSessionDataRoot64.exe") + L"\" " + argument);
+}
+
+XComPtr<IWQ_SessionDataRootConfig> RootConfigOf(const XComPtr<IWQ_SessionDataIOEx>& root)
+{
+    XComPtr<IWQ_SessionDataRootConfig> config;
+    if (root)
+        root.As(config);
+    return config;
+}
+
+XComPtr<IWQ_SessionDataIOEx> ActivateRoot(const std::wstring& connection, HRESULT* hr, DWORD context)
+{
+    XComPtr<IWQ_SessionDataIOEx> root;
+    CLSID clsid = GUID_NULL;
+    HRESULT result = ::CLSIDFromProgID(kRootProgId, &clsid);
+    if (SUCCEEDED(result))
+        result = ::CoCreateInstance(clsid, nullptr, context, IID_IWQ_SessionDataIOEx,
+                                    reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()));
+    if (SUCCEEDED(result) && !connection.empty())
+    {
+        const XComPtr<IWQ_SessionDataRootConfig> config = RootConfigOf(root);
+        result = config ? config->Open(XWQComBSTR(connection.c_str())) : E_NOINTERFACE;
+    }
+    if (hr)
+        *hr = result;
+    if (FAILED(result))
+        root.Reset();
+    return root;
+}
+
+DWORD ServerProcessOf(const XComPtr<IWQ_SessionDataIOEx>& root)
+{
+    LONG id = 0;
+    const XComPtr<IWQ_SessionDataRootConfig> config = RootConfigOf(root);
+    if (!config || FAILED(config->GetServerProcessId(&id)))
+        return 0;
+    return static_cast<DWORD>(id);
+}
+
+WatchedProcess::WatchedProcess(DWORD id, DWORD access) : m_handle(id ? ::OpenProcess(access, FALSE, id) : nullptr) {}
+
+WatchedProcess::~WatchedProcess()
+{
+    if (m_handle)
+        ::CloseHandle(m_handle);
+}
+
+bool WatchedProcess::EndsWithin(DWORD milliseconds) const
+{
+    return m_handle && ::WaitForSingleObject(m_handle, milliseconds) == WAIT_OBJECT_0;
+}
+
+UserDatabaseCategory::UserDatabaseCategory(const XComPtr<IWQ_SessionDataIOEx>& root, const wchar_t* rootKey,
+                                           LONG intervalSeconds)
+{
+    manager = CreateByProgId<IWQ_SessionDataMng>(L"WQSessionDataMng.WQSessionDataMng");
+    storage = CreateByProgId<IWQ_SessionDataStorageDb>(L"WQSessionDataMng.WQ_SessionDataStorageDb");
+    if (!root || !manager || !storage)
+        return;
+    setup = storage->SetRoot(root.Get());
+    if (SUCCEEDED(setup))
+        setup = storage->SetUserProfileStorage();
+    if (SUCCEEDED(setup))
+        setup = storage->SetRootKey(XWQComBSTR(rootKey));
+    if (SUCCEEDED(setup) && intervalSeconds != 0)
+        setup = storage->SetAsyncWriteMode(intervalSeconds);
+    if (SUCCEEDED(setup))
+        setup = manager->SetStorage(storage.Get(), kUserDatabase, 1);
+}
+
+HRESULT WriteUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, const std::wstring& text)
+{
+    XVariant value;
+    value.Get().vt = VT_BSTR;
+    value.Get().bstrVal = ::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+    return manager->WriteData(XWQComBSTR(key), XWQComBSTR(name), value.Get(), kUserDatabase);
+}
+
+std::wstring ReadUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, HRESULT* hr)
+{
+    XVariant value;
+    const HRESULT result = manager->GetData(XWQComBSTR(key), XWQComBSTR(name), VT_BSTR, &value.Get(), kUserDatabase);
+    if (hr)
+        *hr = result;
+    return value.Get().vt == VT_BSTR && value.Get().bstrVal
+               ? std::wstring(value.Get().bstrVal, ::SysStringLen(value.Get().bstrVal))
+               : L"";
+}
+
+std::wstring ProcessUserSid()
+{
+    HANDLE token = nullptr;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token))
+        return L"";
+    DWORD size = 0;
+    ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+    std::vector<BYTE> buffer(size ? size : 1);
+    std::wstring sid;
+    LPWSTR text = nullptr;
+    if (::GetTokenInformation(token, TokenUser, buffer.data(), size, &size) &&
+        ::ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid, &text))
+    {
+        sid = text;
+        ::LocalFree(text);
+    }
+    ::CloseHandle(token);
+    return sid;
+}
