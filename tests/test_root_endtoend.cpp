@@ -81,3 +81,25 @@ TEST(RootEndToEnd, ChildProcessReader)
         listed.emplace_back(names[i]);
     EXPECT_EQ((std::vector<std::wstring>{L"big", L"window", L"window/toolbar"}), listed);
 }
+
+// Run by tests/host/root_file_check.sh, which then opens the file with the host's sqlite3: the
+// per-user category written through a server that has ended when this returns (and is not
+// registered with ctest on its own).
+TEST(RootEndToEnd, ChildProcessWriterForTheHostCheck)
+{
+    wchar_t path[MAX_PATH] = {};
+    if (!::GetEnvironmentVariableW(L"WQSDM_HOST_CHECK_DB", path, MAX_PATH))
+        GTEST_SKIP() << "run by tests/host/root_file_check.sh";
+    XComPtr<IWQ_SessionDataIOEx> root = ActivateRoot(std::wstring(L"sqlite:") + path);
+    ASSERT_TRUE(root);
+    const WatchedProcess server(ServerProcessOf(root));
+    {
+        UserDatabaseCategory category(root, L"Suite\\App", 5);
+        ASSERT_EQ(S_OK, category.setup);
+        ASSERT_EQ(S_OK, WriteUserText(category.manager.Get(), L"Window", L"Left", L"10"));
+        ASSERT_EQ(S_OK, WriteUserText(category.manager.Get(), L"Window\\Toolbar", L"Visible", L"yes"));
+        ASSERT_EQ(S_OK, category.manager->FlushAsyncStorage(kUserDatabase));
+    }
+    root.Reset();
+    EXPECT_TRUE(server.EndsWithin(20000));
+}

@@ -72,7 +72,8 @@ add_library(wq_rootservertest STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/rootser
 target_include_directories(wq_rootservertest PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
 target_link_libraries(wq_rootservertest PUBLIC wq_moduletest wq_sqltestsupport wq_storagedoubles wq_root_interfaces)
 
-# wq_add_root_test(<name> <serial: TRUE|FALSE> <sources...>)
+# wq_add_root_test(<name> <serial: TRUE|FALSE> <sources...>). The automation library's string
+# cache is off (OANOCACHE=1): leak checks count every BSTR, and a freed one is never reused.
 function(wq_add_root_test name serial)
   add_executable(${name} ${ARGN} ${CMAKE_CURRENT_SOURCE_DIR}/test_main.cpp)
   target_link_libraries(${name} PRIVATE wq_rootservertest gtest advapi32)
@@ -82,9 +83,27 @@ function(wq_add_root_test name serial)
     TEST_FILTER "-*.ChildProcess*"
     DISCOVERY_TIMEOUT 300
     PROPERTIES TIMEOUT 180 FIXTURES_REQUIRED wq_root_registered RUN_SERIAL ${serial}
-               LABELS module)
+               ENVIRONMENT "WINEDEBUG=-all;OANOCACHE=1" LABELS module)
 endfunction()
 
 wq_add_root_test(test_root_registration TRUE ${CMAKE_CURRENT_SOURCE_DIR}/test_root_registration.cpp)
 wq_add_root_test(test_root_server FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_root_server.cpp
-  ${CMAKE_CURRENT_SOURCE_DIR}/test_root_endtoend.cpp)
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_root_endtoend.cpp ${CMAKE_CURRENT_SOURCE_DIR}/test_root_badinput.cpp)
+target_link_libraries(test_root_server PRIVATE wq_roottestsupport)
+wq_add_root_test(test_root_leaks FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_root_leaks.cpp)
+
+# The kill test, not run with the others: it runs in a Wine server session of its own.
+add_executable(test_root_kill ${CMAKE_CURRENT_SOURCE_DIR}/test_root_kill.cpp ${CMAKE_CURRENT_SOURCE_DIR}/test_main.cpp)
+target_link_libraries(test_root_kill PRIVATE wq_rootservertest gtest advapi32)
+add_dependencies(test_root_kill WQSessionDataMng64 WQSessionDataRoot64 WQSessionDataRoot64Dll)
+
+# Checks from outside Wine, with the host's sqlite3: the file the end-to-end client wrote, and the
+# kill test (serial: it ends the Wine server session, twice).
+add_test(NAME RootHost.TheFileWrittenThroughTheServerIsIntactForSqlite3
+         COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/root_file_check.sh ${CMAKE_BINARY_DIR})
+set_tests_properties(RootHost.TheFileWrittenThroughTheServerIsIntactForSqlite3 PROPERTIES
+                     FIXTURES_REQUIRED wq_root_registered TIMEOUT 180 LABELS module)
+add_test(NAME RootKill.AKilledServerFailsFastAndANewServerServesWhatWasAcknowledged
+         COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/root_kill.sh ${CMAKE_BINARY_DIR})
+set_tests_properties(RootKill.AKilledServerFailsFastAndANewServerServesWhatWasAcknowledged PROPERTIES
+                     FIXTURES_REQUIRED wq_root_registered RUN_SERIAL TRUE TIMEOUT 300 LABELS module)
