@@ -1,6 +1,7 @@
 // Demo client of WQSessionDataMng64.dll: a plain COM client that knows only the interfaces
 // (xsessiondatamng_h.h) and the ProgIDs. It creates every class, binds the volatile category to
 // the volatile storage through the cached IO layer and writes and reads a few values.
+#include "democlient.h"
 #include "xsessiondatamng_h.h"
 
 #include <cstdio>
@@ -18,33 +19,6 @@ const wchar_t* const kProgIds[] = {
 };
 
 const SESSIONDATATYPE kVolatile = static_cast<SESSIONDATATYPE>(5);
-
-bool Check(const char* what, HRESULT hr)
-{
-    std::printf("  %-44s -> 0x%08lX\n", what, static_cast<unsigned long>(hr));
-    return SUCCEEDED(hr);
-}
-
-template <class I>
-struct Ptr
-{
-    I* p = nullptr;
-    ~Ptr()
-    {
-        if (p)
-            p->Release();
-    }
-    I* operator->() const { return p; }
-    void** out() { return reinterpret_cast<void**>(&p); }
-};
-
-struct Bstr
-{
-    BSTR s;
-    explicit Bstr(const wchar_t* text) : s(::SysAllocString(text)) {}
-    ~Bstr() { ::SysFreeString(s); }
-    operator BSTR() const { return s; }
-};
 
 int CreateEveryClass()
 {

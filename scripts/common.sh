@@ -4,6 +4,10 @@ set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 BUILD_DIR="${WQ_BUILD_DIR:-$ROOT/build}"
 PACKAGES=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine64 libwine-dev cmake make googletest)
+# Tools needed as commands, with the package that brings each when it is missing (a machine may
+# have one from elsewhere, as npm with its own Node.js): npm fetches the pinned SQLite sources
+# (npm pack), sqlite3 checks the database files from outside.
+TOOLS=(npm:npm sqlite3:sqlite3)
 # The second compiler (clang for the same target, with lld), built by the test job.
 CLANG_PACKAGES=(clang lld)
 
@@ -23,6 +27,15 @@ ensure_packages() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
 }
 
+# Installs the packages of the TOOLS whose command is missing.
+ensure_tools() {
+  local missing=()
+  for pair in "${TOOLS[@]}"; do
+    command -v "${pair%%:*}" >/dev/null 2>&1 || missing+=("${pair#*:}")
+  done
+  [ ${#missing[@]} -eq 0 ] || ensure_packages "${missing[@]}"
+}
+
 # Configures (once) and builds everything with GCC.
 build_all() {
   if [ ! -f "$BUILD_DIR/CMakeCache.txt" ]; then
@@ -31,12 +44,13 @@ build_all() {
   cmake --build "$BUILD_DIR" -j "$(nproc)"
 }
 
-# The same with clang, in $CLANG_BUILD_DIR; its programs run in the GCC build's Wine prefix.
+# The same with clang, in $CLANG_BUILD_DIR; its programs run in the GCC build's Wine prefix, and
+# it uses the GCC build's fetched sources.
 CLANG_BUILD_DIR="${WQ_CLANG_BUILD_DIR:-$ROOT/build-clang}"
 build_all_clang() {
   if [ ! -f "$CLANG_BUILD_DIR/CMakeCache.txt" ]; then
     cmake -S "$ROOT" -B "$CLANG_BUILD_DIR" -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchain-mingw-w64-clang.cmake" \
-      -DWQ_WINEPREFIX="$BUILD_DIR/wineprefix" >/dev/null
+      -DWQ_WINEPREFIX="$BUILD_DIR/wineprefix" -DWQ_DEPS_DIR="$BUILD_DIR/deps" >/dev/null
   fi
   cmake --build "$CLANG_BUILD_DIR" -j "$(nproc)"
 }

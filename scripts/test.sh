@@ -3,6 +3,7 @@
 # then the unit tests of the clang build (the second ctest's summary closes the output).
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 ensure_packages
+ensure_tools
 ensure_packages "${CLANG_PACKAGES[@]}"
 build_all
 build_all_clang
