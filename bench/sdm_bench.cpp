@@ -14,6 +14,8 @@
 // Timing: QueryPerformanceCounter, a warm-up pass, the median of several rounds.
 #include "asyncstorage_bench.h"
 #include "environment_bench.h"
+#include "rootcall_bench.h"
+#include "sqlstorage_bench.h"
 #include "benchclock.h"
 #include "xcomobject.h"
 #include "xcomtypes.h"
@@ -25,6 +27,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 #include <map>
 #include <random>
@@ -179,10 +182,26 @@ void PrintScaling(const char* names, std::vector<double> scalings)
 int main(int argc, char** argv)
 {
     ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    // "environment": only the environment storage's list writes.
-    if (argc > 1 && std::string(argv[1]) == "environment")
+    const std::string only = argc > 1 ? argv[1] : "";
+    // "nothing-host <ready> <stop>": the do-nothing object of the root benchmark, as its child.
+    if (only == "nothing-host" && argc > 3)
     {
-        RunEnvironmentBenchmarks();
+        const int result = RunNothingHost(std::wstring(argv[2], argv[2] + std::strlen(argv[2])).c_str(),
+                                          std::wstring(argv[3], argv[3] + std::strlen(argv[3])).c_str());
+        ::CoUninitialize();
+        return result;
+    }
+    wchar_t program[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, program, MAX_PATH);
+    // "environment", "sql", "root": one group only.
+    if (only == "environment" || only == "sql" || only == "root")
+    {
+        if (only == "environment")
+            RunEnvironmentBenchmarks();
+        else if (only == "sql")
+            RunSqlStorageBenchmarks();
+        else
+            RunRootCallBenchmarks(program);
         ::CoUninitialize();
         return 0;
     }
@@ -212,6 +231,8 @@ int main(int argc, char** argv)
     PrintScaling("built", built);
     RunAsyncStorageBenchmarks();
     RunEnvironmentBenchmarks();
+    RunSqlStorageBenchmarks();
+    RunRootCallBenchmarks(program);
     ::CoUninitialize();
     return 0;
 }
