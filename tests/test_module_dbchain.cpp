@@ -13,52 +13,21 @@
 
 namespace
 {
-const SESSIONDATATYPE kUserDb = static_cast<SESSIONDATATYPE>(2);
 // A long interval: only a flush makes the worker run during a test.
 const LONG kIntervalSeconds = 120;
 
-struct DatabaseCategory
+// The category over the apartment's root (kept for calls made straight to it).
+struct DatabaseCategory : UserDatabaseCategory
 {
-    explicit DatabaseCategory(const RootApartment& apartment)
-    {
-        root = apartment.RootForThisThread();
-        manager = CreateByProgId<IWQ_SessionDataMng>(L"WQSessionDataMng.WQSessionDataMng");
-        storage = CreateByProgId<IWQ_SessionDataStorageDb>(L"WQSessionDataMng.WQ_SessionDataStorageDb");
-        if (!root || !manager || !storage)
-            return;
-        setup = storage->SetRoot(root.Get());
-        if (SUCCEEDED(setup))
-            setup = storage->SetUserProfileStorage();
-        if (SUCCEEDED(setup))
-            setup = storage->SetRootKey(XWQComBSTR(L"Suite\\Demo"));
-        if (SUCCEEDED(setup))
-            setup = storage->SetAsyncWriteMode(kIntervalSeconds);
-        if (SUCCEEDED(setup))
-            setup = manager->SetStorage(storage.Get(), kUserDb, 1);
-    }
+    explicit DatabaseCategory(const RootApartment& apartment) : DatabaseCategory(apartment.RootForThisThread()) {}
     XComPtr<IWQ_SessionDataIOEx> root;
-    XComPtr<IWQ_SessionDataMng> manager;
-    XComPtr<IWQ_SessionDataStorageDb> storage;
-    HRESULT setup = E_FAIL;
+
+private:
+    explicit DatabaseCategory(const XComPtr<IWQ_SessionDataIOEx>& apartmentRoot)
+        : UserDatabaseCategory(apartmentRoot, L"Suite\\Demo", kIntervalSeconds), root(apartmentRoot)
+    {
+    }
 };
-
-HRESULT WriteText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, const wchar_t* text)
-{
-    XVariant value;
-    value.Get().vt = VT_BSTR;
-    value.Get().bstrVal = ::SysAllocString(text);
-    return manager->WriteData(XWQComBSTR(key), XWQComBSTR(name), value.Get(), kUserDb);
-}
-
-std::wstring ReadText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, SESSIONDATATYPE category,
-                      HRESULT* hr = nullptr)
-{
-    XVariant value;
-    const HRESULT result = manager->GetData(XWQComBSTR(key), XWQComBSTR(name), VT_BSTR, &value.Get(), category);
-    if (hr)
-        *hr = result;
-    return value.Get().vt == VT_BSTR && value.Get().bstrVal ? value.Get().bstrVal : L"";
-}
 } // namespace
 
 TEST(DatabaseCategory, WriteFlushAndReadBackThroughTheRoot)
@@ -68,28 +37,28 @@ TEST(DatabaseCategory, WriteFlushAndReadBackThroughTheRoot)
     DatabaseCategory category(apartment);
     ASSERT_EQ(S_OK, category.setup);
     SDM_STORAGE_TYPE kind = static_cast<SDM_STORAGE_TYPE>(0);
-    EXPECT_EQ(S_OK, category.manager->GetStorageType(kUserDb, &kind));
+    EXPECT_EQ(S_OK, category.manager->GetStorageType(kUserDatabase, &kind));
     EXPECT_EQ(3, static_cast<int>(kind));
 
-    ASSERT_EQ(S_OK, WriteText(category.manager.Get(), L"Window", L"Left", L"10"));
+    ASSERT_EQ(S_OK, WriteUserText(category.manager.Get(), L"Window", L"Left", L"10"));
     // Piped: the root has not seen it yet (the interval is long, nothing woke the worker).
     EXPECT_EQ(0u, apartment.Storage().CountCalls("StoreData"));
 
-    EXPECT_EQ(S_OK, category.manager->FlushAsyncStorage(kUserDb));
+    EXPECT_EQ(S_OK, category.manager->FlushAsyncStorage(kUserDatabase));
     // The root's own cached layer stores under its lower-cased key.
     EXPECT_EQ(1u, apartment.Storage().CountCalls("StoreData(<[hkcu]>/suite/demo/window|1|left=10)"));
 
     // Forget the manager side's cache: the read goes through the storage to the root.
-    EXPECT_EQ(S_OK, category.manager->FlushCache(kUserDb));
+    EXPECT_EQ(S_OK, category.manager->FlushCache(kUserDatabase));
     HRESULT hr = E_FAIL;
-    EXPECT_EQ(L"10", ReadText(category.manager.Get(), L"window", L"left", kUserDb, &hr));
+    EXPECT_EQ(L"10", ReadUserText(category.manager.Get(), L"window", L"left", &hr));
     EXPECT_EQ(S_OK, hr);
     // The user-profile IO also answers the all-categories read.
-    EXPECT_EQ(L"10", ReadText(category.manager.Get(), L"window", L"left", static_cast<SESSIONDATATYPE>(0), &hr));
+    EXPECT_EQ(L"10", ReadUserText(category.manager.Get(), L"window", L"left", &hr, static_cast<SESSIONDATATYPE>(0)));
     EXPECT_EQ(S_OK, hr);
 
     HRESULT async = E_FAIL;
-    EXPECT_EQ(S_OK, category.manager->GetLastErrorAsyncExecution(kUserDb, &async));
+    EXPECT_EQ(S_OK, category.manager->GetLastErrorAsyncExecution(kUserDatabase, &async));
     EXPECT_EQ(S_OK, async);
 }
 
@@ -99,10 +68,10 @@ TEST(DatabaseCategory, DeleteKeyIsPipedBehindTheWriteInOrder)
     ASSERT_EQ(S_OK, apartment.Setup());
     DatabaseCategory category(apartment);
     ASSERT_EQ(S_OK, category.setup);
-    ASSERT_EQ(S_OK, WriteText(category.manager.Get(), L"Window", L"Left", L"10"));
-    EXPECT_EQ(S_OK, category.manager->DeleteKey(XWQComBSTR(L"Window"), kUserDb));
+    ASSERT_EQ(S_OK, WriteUserText(category.manager.Get(), L"Window", L"Left", L"10"));
+    EXPECT_EQ(S_OK, category.manager->DeleteKey(XWQComBSTR(L"Window"), kUserDatabase));
     EXPECT_EQ(0u, apartment.Storage().CountCalls("DeleteKey"));
-    EXPECT_EQ(S_OK, category.manager->FlushAsyncStorage(kUserDb));
+    EXPECT_EQ(S_OK, category.manager->FlushAsyncStorage(kUserDatabase));
     // In piping order: the write, then the deletion.
     const std::vector<std::string> calls = apartment.Storage().Calls();
     std::vector<std::string> order;
@@ -121,7 +90,7 @@ TEST(DatabaseCategory, ReleasingEverythingWithWritesPendingRunsThemFirst)
     {
         DatabaseCategory category(apartment);
         ASSERT_EQ(S_OK, category.setup);
-        ASSERT_EQ(S_OK, WriteText(category.manager.Get(), L"Window", L"Top", L"20"));
+        ASSERT_EQ(S_OK, WriteUserText(category.manager.Get(), L"Window", L"Top", L"20"));
         EXPECT_EQ(0u, apartment.Storage().CountCalls("StoreData"));
     }
     EXPECT_EQ(1u, apartment.Storage().CountCalls("StoreData(<[hkcu]>/suite/demo/window|1|top=20)"));
@@ -134,10 +103,10 @@ TEST(DatabaseCategory, CyclesLeaveNothingOfTheModulesBehind)
     DatabaseCategory category(apartment);
     ASSERT_EQ(S_OK, category.setup);
     const auto cycle = [&category](int i) {
-        WriteText(category.manager.Get(), L"Window", L"Left", std::to_wstring(i).c_str());
-        category.manager->FlushAsyncStorage(kUserDb);
-        category.manager->FlushCache(kUserDb);
-        ReadText(category.manager.Get(), L"window", L"left", kUserDb);
+        WriteUserText(category.manager.Get(), L"Window", L"Left", std::to_wstring(i).c_str());
+        category.manager->FlushAsyncStorage(kUserDatabase);
+        category.manager->FlushCache(kUserDatabase);
+        ReadUserText(category.manager.Get(), L"window", L"left");
     };
     tagSESSIONDATAVALUE one{::SysAllocString(L"n"), ::SysAllocString(L"v")};
     const auto direct = [&category, &one] { category.root->WriteStringList(XWQComBSTR(L"direct"), 1, &one); };

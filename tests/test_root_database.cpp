@@ -47,11 +47,7 @@ TEST(RootDatabase, RootObjectsOnOneDatabaseShareOneCache)
     const XComPtr<IWQ_SessionDataIOEx> first = NewRootObject(file.Connection());
     const XComPtr<IWQ_SessionDataIOEx> second = NewRootObject(file.Connection());
     ASSERT_TRUE(first && second);
-    ASSERT_EQ(S_OK, Write(first.Get(), L"Suite/App", L"n", L"cached"));
-    // Changed behind the root's back: a root with a cache of its own would read the file.
-    RawSqlite raw(file.Path());
-    ASSERT_TRUE(raw.Execute("UPDATE sdm_values SET value = 'file' WHERE name = 'n'"));
-    EXPECT_EQ(L"cached", Read(second.Get(), L"suite/app", L"n").value);
+    EXPECT_TRUE(ReadsFromOneCache(first.Get(), second.Get(), file.Path()));
 }
 
 TEST(RootDatabase, SpellingsOfOneFileAreOneDatabase)
@@ -63,10 +59,7 @@ TEST(RootDatabase, SpellingsOfOneFileAreOneDatabase)
     ASSERT_TRUE(first && second) << std::hex << hr << " " << Utf8(TakeErrorInfo().description);
     EXPECT_EQ(ConnectionOf(first), ConnectionOf(second));
     EXPECT_EQ(L"sqlite:" + file.Path() + L"?synchronous=normal&busy_timeout=5000", ConnectionOf(first));
-    ASSERT_EQ(S_OK, Write(first.Get(), L"k", L"n", L"v"));
-    RawSqlite raw(file.Path());
-    ASSERT_TRUE(raw.Execute("UPDATE sdm_values SET value = 'file'"));
-    EXPECT_EQ(L"v", Read(second.Get(), L"k", L"n").value);
+    EXPECT_TRUE(ReadsFromOneCache(first.Get(), second.Get(), file.Path()));
 }
 
 TEST(RootDatabase, ADatabaseOpenWithOtherOptionsIsRefused)

@@ -3,6 +3,7 @@
 // error info cross the process boundary; per-user keys belong to the client's user.
 #include "iotesthelpers.h"
 #include "rootservertest.h"
+#include "roottesthelpers.h"
 #include "sqltesthelpers.h"
 #include "testenv.h"
 
@@ -30,10 +31,7 @@ TEST(RootServer, OneServerServesEveryClientFromOneCache)
     const XComPtr<IWQ_SessionDataIOEx> second = ActivateRoot(file.Connection());
     ASSERT_TRUE(first && second);
     EXPECT_EQ(ServerProcessOf(first), ServerProcessOf(second));
-    ASSERT_EQ(S_OK, Write(first.Get(), L"k", L"n", L"cached"));
-    RawSqlite raw(file.Path());
-    ASSERT_TRUE(raw.Execute("UPDATE sdm_values SET value = 'file'"));
-    EXPECT_EQ(L"cached", Read(second.Get(), L"k", L"n").value);
+    EXPECT_TRUE(ReadsFromOneCache(first.Get(), second.Get(), file.Path()));
 }
 
 TEST(RootServer, TheServerEndsAFewSecondsAfterItsLastObjectIsReleased)

@@ -1,5 +1,7 @@
 #include "moduletest.h"
 
+#include "xcomtypes.h"
+
 #include <vector>
 
 std::wstring ModulePath()
@@ -69,4 +71,44 @@ std::wstring GuidText(const GUID& guid)
     wchar_t text[40] = {};
     ::StringFromGUID2(guid, text, 40);
     return text;
+}
+
+const SESSIONDATATYPE kUserDatabase = static_cast<SESSIONDATATYPE>(2);
+
+UserDatabaseCategory::UserDatabaseCategory(const XComPtr<IWQ_SessionDataIOEx>& root, const wchar_t* rootKey,
+                                           LONG intervalSeconds)
+{
+    manager = CreateByProgId<IWQ_SessionDataMng>(L"WQSessionDataMng.WQSessionDataMng");
+    storage = CreateByProgId<IWQ_SessionDataStorageDb>(L"WQSessionDataMng.WQ_SessionDataStorageDb");
+    if (!root || !manager || !storage)
+        return;
+    setup = storage->SetRoot(root.Get());
+    if (SUCCEEDED(setup))
+        setup = storage->SetUserProfileStorage();
+    if (SUCCEEDED(setup))
+        setup = storage->SetRootKey(XWQComBSTR(rootKey));
+    if (SUCCEEDED(setup) && intervalSeconds != 0)
+        setup = storage->SetAsyncWriteMode(intervalSeconds);
+    if (SUCCEEDED(setup))
+        setup = manager->SetStorage(storage.Get(), kUserDatabase, 1);
+}
+
+HRESULT WriteUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, const std::wstring& text)
+{
+    XVariant value;
+    value.Get().vt = VT_BSTR;
+    value.Get().bstrVal = ::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+    return manager->WriteData(XWQComBSTR(key), XWQComBSTR(name), value.Get(), kUserDatabase);
+}
+
+std::wstring ReadUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, HRESULT* hr,
+                          SESSIONDATATYPE category)
+{
+    XVariant value;
+    const HRESULT result = manager->GetData(XWQComBSTR(key), XWQComBSTR(name), VT_BSTR, &value.Get(), category);
+    if (hr)
+        *hr = result;
+    return value.Get().vt == VT_BSTR && value.Get().bstrVal
+               ? std::wstring(value.Get().bstrVal, ::SysStringLen(value.Get().bstrVal))
+               : L"";
 }

@@ -30,3 +30,21 @@ XComPtr<I> CreateByProgId(const wchar_t* progId)
                            reinterpret_cast<void**>(object.ReleaseAndGetAddressOf()));
     return object;
 }
+
+// The per-user database category of a client: the module's manager, its database storage in
+// user-profile mode under a root key over a root object, asynchronous when intervalSeconds is
+// not 0 (the storage's worker reaches the root through the Global Interface Table).
+struct UserDatabaseCategory
+{
+    UserDatabaseCategory(const XComPtr<IWQ_SessionDataIOEx>& root, const wchar_t* rootKey, LONG intervalSeconds);
+    XComPtr<IWQ_SessionDataMng> manager;
+    XComPtr<IWQ_SessionDataStorageDb> storage;
+    HRESULT setup = E_FAIL;
+};
+
+extern const SESSIONDATATYPE kUserDatabase;
+// Manager calls with text values in the per-user database category.
+HRESULT WriteUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, const std::wstring& text);
+// GetData as VT_BSTR, from the per-user database category unless another is named.
+std::wstring ReadUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, HRESULT* hr = nullptr,
+                          SESSIONDATATYPE category = kUserDatabase);

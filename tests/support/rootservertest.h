@@ -41,21 +41,5 @@ private:
     HANDLE m_handle = nullptr;
 };
 
-// The per-user database category of a client: the module's manager, its database storage in
-// user-profile mode under a root key over a root object, asynchronous when intervalSeconds is
-// not 0 (the storage's worker reaches the root through the Global Interface Table).
-struct UserDatabaseCategory
-{
-    UserDatabaseCategory(const XComPtr<IWQ_SessionDataIOEx>& root, const wchar_t* rootKey, LONG intervalSeconds);
-    XComPtr<IWQ_SessionDataMng> manager;
-    XComPtr<IWQ_SessionDataStorageDb> storage;
-    HRESULT setup = E_FAIL;
-};
-
-extern const SESSIONDATATYPE kUserDatabase;
-// Manager calls with text values in the per-user database category.
-HRESULT WriteUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, const std::wstring& text);
-std::wstring ReadUserText(IWQ_SessionDataMng* manager, const wchar_t* key, const wchar_t* name, HRESULT* hr = nullptr);
-
 // The SID of this process's user, as text.
 std::wstring ProcessUserSid();

@@ -1,5 +1,6 @@
 #include "roottesthelpers.h"
 
+#include "sqltesthelpers.h"
 #include "xcalleridentity.h"
 #include "xcomtypes.h"
 #include "xstorageroot.h"
@@ -52,4 +53,18 @@ CallerIs::CallerIs(const std::wstring& sid)
 CallerIs::~CallerIs()
 {
     XSetCallerIdentitySource(nullptr);
+}
+
+::testing::AssertionResult ReadsFromOneCache(IWQ_SessionDataIOEx* first, IWQ_SessionDataIOEx* second,
+                                             const std::wstring& path)
+{
+    if (Write(first, L"Suite/Cache", L"n", L"cached") != S_OK)
+        return ::testing::AssertionFailure() << "the write through the first root failed";
+    RawSqlite raw(path);
+    if (!raw.Execute("UPDATE sdm_values SET value = 'file' WHERE name = 'n'"))
+        return ::testing::AssertionFailure() << raw.Error();
+    const std::wstring read = Read(second, L"suite/cache", L"n").value;
+    if (read != L"cached")
+        return ::testing::AssertionFailure() << "the second root read \"" << Utf8(read) << "\"";
+    return ::testing::AssertionSuccess();
 }

@@ -8,6 +8,8 @@
 #include "xsessiondatamng_h.h"
 #include "xstorageroot_h.h"
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -28,3 +30,9 @@ public:
     CallerIs(const CallerIs&) = delete;
     CallerIs& operator=(const CallerIs&) = delete;
 };
+
+// Whether second reads from the cache first writes to: a value written through first, then
+// changed in the database file behind both, must still read as written through second (a root
+// with a cache of its own would read the file).
+::testing::AssertionResult ReadsFromOneCache(IWQ_SessionDataIOEx* first, IWQ_SessionDataIOEx* second,
+                                             const std::wstring& path);
