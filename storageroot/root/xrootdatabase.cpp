@@ -54,21 +54,21 @@ XRootDatabase::XRootDatabase(std::wstring connection, XComPtr<IWQ_SessionDataIOE
 
 std::shared_ptr<XRootDatabase> XRootDatabase::Open(const std::wstring& connection)
 {
-    const XSqlConnectionSpec spec = XSqlParseConnection(connection);
+    const XSqlParsedConnection parsed = XSqlParseConnection(connection);
     Served& served = TheServed();
     // Opening holds the lock: two first users of one database make one cache.
     std::lock_guard<std::mutex> guard(served.lock);
-    std::weak_ptr<XRootDatabase>& entry = served.databases[spec.database];
+    std::weak_ptr<XRootDatabase>& entry = served.databases[parsed.database];
     if (std::shared_ptr<XRootDatabase> open = entry.lock())
     {
         // The same file in another spelling, with the same options, is the same database.
-        if (::CompareStringOrdinal(open->Connection().c_str(), -1, spec.canonical.c_str(), -1, TRUE) != CSTR_EQUAL)
+        if (::CompareStringOrdinal(open->Connection().c_str(), -1, parsed.canonical.c_str(), -1, TRUE) != CSTR_EQUAL)
             Report().Raise(__LINE__, XSDM_FUNCTION_NAME(L"XRootDatabase::Open"), E_INVALIDARG,
                            XWQComBSTR((L"the database is open in this server with other options: " + open->Connection())
                                           .c_str()));
         return open;
     }
-    auto opened = std::make_shared<XRootDatabase>(spec.canonical, NewIO(spec.canonical));
+    auto opened = std::make_shared<XRootDatabase>(parsed.canonical, NewIO(parsed.canonical));
     entry = opened;
     return opened;
 }

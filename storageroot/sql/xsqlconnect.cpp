@@ -83,7 +83,7 @@ SqliteTarget ParseSqlite(const std::wstring& connection)
 }
 } // namespace
 
-XSqlConnectionSpec XSqlParseConnection(const std::wstring& connection)
+XSqlParsedConnection XSqlParseConnection(const std::wstring& connection)
 {
     if (!StartsWith(connection, kSqliteScheme))
         UnknownScheme(connection);

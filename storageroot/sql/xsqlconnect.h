@@ -9,7 +9,7 @@
 #include <string>
 
 // A connection text taken apart.
-struct XSqlConnectionSpec
+struct XSqlParsedConnection
 {
     // The database named, one text for every spelling of it (for a file: its full path,
     // lower-cased, as Windows compares paths).
@@ -18,7 +18,7 @@ struct XSqlConnectionSpec
     std::wstring canonical;
 };
 
-XSqlConnectionSpec XSqlParseConnection(const std::wstring& connection);
+XSqlParsedConnection XSqlParseConnection(const std::wstring& connection);
 
 // Opens the database that a connection text names, with the storage's schema ready.
 std::unique_ptr<XSqlConnection> XSqlConnect(const std::wstring& connection);
