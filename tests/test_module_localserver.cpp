@@ -11,8 +11,7 @@ namespace
 {
 std::wstring HostPath()
 {
-    std::wstring path = ModulePath();
-    return path.substr(0, path.find_last_of(L"\\/") + 1) + L"wq_localserver_host.exe";
+    return BinaryPath(L"wq_localserver_host.exe");
 }
 
 // Registers the host (HKEY_CLASSES_ROOT\CLSID, where Wine looks for servers) for the test's

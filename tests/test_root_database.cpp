@@ -28,17 +28,6 @@ std::wstring Upper(std::wstring text)
     ::CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
     return text;
 }
-
-// Writes a file of 8 KiB of garbage at path.
-void WriteGarbage(const std::wstring& path)
-{
-    HANDLE garbage = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    ASSERT_NE(INVALID_HANDLE_VALUE, garbage);
-    const std::string text(8192, 'G');
-    DWORD written = 0;
-    ::WriteFile(garbage, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    ::CloseHandle(garbage);
-}
 } // namespace
 
 TEST(RootDatabase, RootObjectsOnOneDatabaseShareOneCache)
@@ -78,7 +67,7 @@ TEST(RootDatabase, AnUnusableConnectionIsAClearErrorAndTheRootKeepsItsDatabase)
 {
     TestDatabaseFile file;
     TestDatabaseFile corrupt(L"-corrupt");
-    WriteGarbage(corrupt.Path());
+    ASSERT_TRUE(WriteGarbageFile(corrupt.Path()));
     TestDatabaseFile foreign(L"-foreign");
     {
         RawSqlite raw(foreign.Path());

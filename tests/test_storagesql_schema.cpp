@@ -87,14 +87,7 @@ TEST(SqlStorageSchema, ANewerSchemaIsRefused)
 TEST(SqlStorageSchema, ACorruptFileIsAClearErrorNotACrash)
 {
     TestDatabaseFile file;
-    {
-        HANDLE garbage = ::CreateFileW(file.Path().c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-        ASSERT_NE(INVALID_HANDLE_VALUE, garbage);
-        const std::string text(8192, 'G');
-        DWORD written = 0;
-        ::WriteFile(garbage, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-        ::CloseHandle(garbage);
-    }
+    ASSERT_TRUE(WriteGarbageFile(file.Path()));
     std::wstring message;
     EXPECT_EQ(XSqlError::kCorrupt, OpenFails(file.Connection(), &message));
     EXPECT_NE(std::wstring::npos, message.find(L"SQLite")) << Utf8(message);

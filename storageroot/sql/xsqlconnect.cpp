@@ -67,8 +67,11 @@ struct SqliteTarget
     XSqliteOptions options;
 };
 
-SqliteTarget ParseSqlite(const std::wstring& connection)
+// The file and options that a connection text names; unknown schemes are refused.
+SqliteTarget TargetOf(const std::wstring& connection)
 {
+    if (!StartsWith(connection, kSqliteScheme))
+        Refuse(L"unknown connection scheme (expected \"sqlite:\"): " + connection);
     const std::wstring rest = connection.substr(std::wcslen(kSqliteScheme));
     const size_t query = rest.find(L'?');
     const std::wstring path = rest.substr(0, query);
@@ -76,18 +79,11 @@ SqliteTarget ParseSqlite(const std::wstring& connection)
         Refuse(L"the connection text names no database file");
     return {FullPath(path), query == std::wstring::npos ? XSqliteOptions() : SqliteOptions(rest.substr(query + 1))};
 }
-
-[[noreturn]] void UnknownScheme(const std::wstring& connection)
-{
-    Refuse(L"unknown connection scheme (expected \"sqlite:\"): " + connection);
-}
 } // namespace
 
 XSqlParsedConnection XSqlParseConnection(const std::wstring& connection)
 {
-    if (!StartsWith(connection, kSqliteScheme))
-        UnknownScheme(connection);
-    const SqliteTarget target = ParseSqlite(connection);
+    const SqliteTarget target = TargetOf(connection);
     std::wstring lower = target.path;
     ::CharLowerBuffW(lower.data(), static_cast<DWORD>(lower.size()));
     return {kSqliteScheme + lower,
@@ -97,9 +93,7 @@ XSqlParsedConnection XSqlParseConnection(const std::wstring& connection)
 
 std::unique_ptr<XSqlConnection> XSqlConnect(const std::wstring& connection)
 {
-    if (!StartsWith(connection, kSqliteScheme))
-        UnknownScheme(connection);
-    const SqliteTarget target = ParseSqlite(connection);
+    const SqliteTarget target = TargetOf(connection);
     std::unique_ptr<XSqlConnection> opened = std::make_unique<XSqliteConnection>(target.path, target.options);
     XSqlSchema::Prepare(*opened);
     return opened;

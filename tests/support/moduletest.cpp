@@ -4,12 +4,17 @@
 
 #include <vector>
 
-std::wstring ModulePath()
+std::wstring BinaryPath(const wchar_t* name)
 {
     wchar_t exe[MAX_PATH];
     const DWORD length = ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
     std::wstring path(exe, length);
-    return path.substr(0, path.find_last_of(L"\\/") + 1) + L"WQSessionDataMng64.dll";
+    return path.substr(0, path.find_last_of(L"\\/") + 1) + name;
+}
+
+std::wstring ModulePath()
+{
+    return BinaryPath(L"WQSessionDataMng64.dll");
 }
 
 DWORD RunAndWait(const std::wstring& commandLine)

@@ -6,7 +6,9 @@
 
 #include <string>
 
-// Full path of WQSessionDataMng64.dll (it sits next to the test executables).
+// Full path of a file next to the test executables (the binaries of the product sit there).
+std::wstring BinaryPath(const wchar_t* name);
+// Full path of WQSessionDataMng64.dll.
 std::wstring ModulePath();
 // Runs a program and waits up to a minute for it to end: its exit code (or the error of
 // CreateProcess).

@@ -8,14 +8,6 @@
 
 const wchar_t kRootProgId[] = L"WQSessionDataMng.WQ_SessionDataStorageRoot";
 
-std::wstring BinaryPath(const wchar_t* name)
-{
-    wchar_t exe[MAX_PATH];
-    const DWORD length = ::GetModuleFileNameW(nullptr, exe, MAX_PATH);
-    std::wstring path(exe, length);
-    return path.substr(0, path.find_last_of(L"\\/") + 1) + name;
-}
-
 DWORD RunRootServer(const wchar_t* argument)
 {
     return RunAndWait(L"\"" + BinaryPath(L"WQSessionDataRoot64.exe") + L"\" " + argument);

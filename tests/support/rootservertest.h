@@ -11,8 +11,6 @@
 
 extern const wchar_t kRootProgId[];
 
-// Full path of a file next to the test executables.
-std::wstring BinaryPath(const wchar_t* name);
 // Runs WQSessionDataRoot64.exe with an argument; its exit code.
 DWORD RunRootServer(const wchar_t* argument);
 

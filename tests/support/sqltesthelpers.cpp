@@ -101,3 +101,15 @@ XComPtr<IWQ_SessionDataStorageEx> NewSqlStorage(const std::wstring& connection, 
         *hr = opened;
     return storage;
 }
+
+bool WriteGarbageFile(const std::wstring& path)
+{
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return false;
+    const std::string text(8192, 'G');
+    DWORD written = 0;
+    const BOOL wrote = ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    ::CloseHandle(file);
+    return wrote && written == text.size();
+}

@@ -33,6 +33,9 @@ private:
     std::wstring m_path;
 };
 
+// Writes 8 KiB of garbage (no database) at path; whether it could.
+bool WriteGarbageFile(const std::wstring& path);
+
 // A raw SQLite connection for looking at and preparing files (UTF-8 SQL).
 class RawSqlite
 {
