@@ -1,5 +1,5 @@
-// The SQL storage over SQLite: what it keeps, how keys compare and list, deletion of subtrees,
-// keys with wildcard characters, and the values the registry could not hold.
+// The SQL storage on each engine (SQLite, PostgreSQL): what it keeps, how keys compare and list,
+// deletion of subtrees, keys with wildcard characters, and the values the registry could not hold.
 #include "sqltesthelpers.h"
 #include "testenv.h"
 #include "xcomtypes.h"
@@ -9,12 +9,12 @@
 
 namespace
 {
-class SqlStorageTest : public ::testing::Test
+class SqlStorageTest : public ::testing::TestWithParam<SqlEngine>
 {
 protected:
     void SetUp() override
     {
-        storage = NewSqlStorage(file.Connection());
+        storage = NewSqlStorage(database.Connection());
         ASSERT_TRUE(storage);
     }
     IWQ_SessionDataStorage* Plain() { return storage.Get(); }
@@ -23,12 +23,14 @@ protected:
         return ReadSubKeys(Plain(), key, recursive).names;
     }
 
-    TestDatabaseFile file;
+    TestSqlDatabase database{GetParam()};
     XComPtr<IWQ_SessionDataStorageEx> storage;
 };
 } // namespace
 
-TEST_F(SqlStorageTest, AStoredListIsReadBackSortedByName)
+INSTANTIATE_TEST_SUITE_P(Engines, SqlStorageTest, AllSqlEngines(), SqlEngineName);
+
+TEST_P(SqlStorageTest, AStoredListIsReadBackSortedByName)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"Users/A", {{L"width", L"1280"}, {L"height", L"600"}, {L"Zoom", L"2"}}));
     const PairsResult read = ReadPairs(Plain(), L"Users/A");
@@ -36,7 +38,7 @@ TEST_F(SqlStorageTest, AStoredListIsReadBackSortedByName)
     EXPECT_EQ((Pairs{{L"Zoom", L"2"}, {L"height", L"600"}, {L"width", L"1280"}}), read.pairs);
 }
 
-TEST_F(SqlStorageTest, NothingThereIsSFalseWithACountOfZero)
+TEST_P(SqlStorageTest, NothingThereIsSFalseWithACountOfZero)
 {
     const PairsResult read = ReadPairs(Plain(), L"missing");
     EXPECT_EQ(S_FALSE, read.hr);
@@ -46,14 +48,14 @@ TEST_F(SqlStorageTest, NothingThereIsSFalseWithACountOfZero)
     EXPECT_EQ(S_FALSE, StorePairs(Plain(), L"k", {}));
 }
 
-TEST_F(SqlStorageTest, ALaterWriteReplacesAValueAndTheLaterOfTwoEqualNamesWins)
+TEST_P(SqlStorageTest, ALaterWriteReplacesAValueAndTheLaterOfTwoEqualNamesWins)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"k", {{L"n", L"1"}, {L"m", L"keep"}}));
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"k", {{L"n", L"first"}, {L"n", L"second"}}));
     EXPECT_EQ((Pairs{{L"m", L"keep"}, {L"n", L"second"}}), ReadPairs(Plain(), L"k").pairs);
 }
 
-TEST_F(SqlStorageTest, KeysCompareWithEitherSeparatorAndWithoutRegardToCase)
+TEST_P(SqlStorageTest, KeysCompareWithEitherSeparatorAndWithoutRegardToCase)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"Suite/App/Users\\A", {{L"v", L"1"}}));
     EXPECT_EQ((Pairs{{L"v", L"1"}}), ReadPairs(Plain(), L"suite/app/users/a").pairs);
@@ -64,7 +66,7 @@ TEST_F(SqlStorageTest, KeysCompareWithEitherSeparatorAndWithoutRegardToCase)
     EXPECT_EQ(S_FALSE, ReadPairs(Plain(), L"Suite/App/Users/A").hr);
 }
 
-TEST_F(SqlStorageTest, StoringCreatesTheKeyAndEveryKeyAboveItAsTheRegistryDoes)
+TEST_P(SqlStorageTest, StoringCreatesTheKeyAndEveryKeyAboveItAsTheRegistryDoes)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"a/b/c", {{L"v", L"1"}}));
     EXPECT_EQ(std::vector<std::wstring>{L"a"}, SubKeys(L"", 0));
@@ -75,7 +77,7 @@ TEST_F(SqlStorageTest, StoringCreatesTheKeyAndEveryKeyAboveItAsTheRegistryDoes)
     EXPECT_EQ(S_FALSE, ReadPairs(Plain(), L"a/b").hr);
 }
 
-TEST_F(SqlStorageTest, RecursiveListingIsDepthFirstPreOrderWithSiblingsByName)
+TEST_P(SqlStorageTest, RecursiveListingIsDepthFirstPreOrderWithSiblingsByName)
 {
     for (const wchar_t* key : {L"b", L"a-x", L"a/b", L"a/a/z", L"a", L"a/b/c", L"c/d"})
         ASSERT_EQ(S_OK, StorePairs(Plain(), key, {{L"v", L"1"}}));
@@ -85,7 +87,7 @@ TEST_F(SqlStorageTest, RecursiveListingIsDepthFirstPreOrderWithSiblingsByName)
     EXPECT_EQ((std::vector<std::wstring>{L"a", L"a-x", L"b", L"c"}), SubKeys(L"", 0));
 }
 
-TEST_F(SqlStorageTest, DeleteKeyRemovesTheKeyWithItsWholeSubtreeAndNothingElse)
+TEST_P(SqlStorageTest, DeleteKeyRemovesTheKeyWithItsWholeSubtreeAndNothingElse)
 {
     for (const wchar_t* key : {L"a", L"a/b", L"a/b/c", L"ab", L"a-b", L"b"})
         ASSERT_EQ(S_OK, StorePairs(Plain(), key, {{L"v", key}}));
@@ -97,7 +99,7 @@ TEST_F(SqlStorageTest, DeleteKeyRemovesTheKeyWithItsWholeSubtreeAndNothingElse)
     EXPECT_EQ((std::vector<std::wstring>{L"a-b", L"ab", L"b"}), SubKeys(L"", 1));
 }
 
-TEST_F(SqlStorageTest, TheRootKeyCannotBeDeleted)
+TEST_P(SqlStorageTest, TheRootKeyCannotBeDeleted)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"k", {{L"v", L"1"}}));
     EXPECT_EQ(E_INVALIDARG, storage->DeleteKey(XWQComBSTR(L"")));
@@ -106,7 +108,7 @@ TEST_F(SqlStorageTest, TheRootKeyCannotBeDeleted)
     EXPECT_EQ(S_OK, ReadPairs(Plain(), L"k").hr);
 }
 
-TEST_F(SqlStorageTest, WildcardCharactersInKeysNeverWidenAListingOrADeletion)
+TEST_P(SqlStorageTest, WildcardCharactersInKeysNeverWidenAListingOrADeletion)
 {
     const std::vector<std::wstring> keys = {L"a%", L"a_", L"a\\b", L"ab", L"a'q", L"a\"q", L"a%/x", L"a_/y", L"aa/z"};
     for (const std::wstring& key : keys)
@@ -121,29 +123,46 @@ TEST_F(SqlStorageTest, WildcardCharactersInKeysNeverWidenAListingOrADeletion)
     EXPECT_EQ((Pairs{{L"v", L"a\\b"}}), ReadPairs(Plain(), L"a/b").pairs);
 }
 
-TEST_F(SqlStorageTest, ValuesOfAnySizeAndCharacterComeBackExactly)
+TEST_P(SqlStorageTest, ValuesOfAnySizeAndCharacterComeBackExactly)
 {
     std::wstring megabyte(1024 * 1024, L'x');
     std::wstring sixteen(16 * 1024 * 1024, L'y');
-    const std::wstring withNul(L"a\0b", 3);
     const std::wstring emoji = L"\U0001F600 \u05E9\u05DC\u05D5\u05DD";
+    const std::wstring quotes = L"a \"quoted\" \\back\\slash, {brace} 'single' %_";
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"big", {{L"one", megabyte}, {L"sixteen", sixteen}}));
-    PairRecords records(Pairs{{L"nul", withNul}, {L"emoji", emoji}, {L"empty", L""}});
-    ASSERT_EQ(S_OK, storage->StoreData(XWQComBSTR(L"odd"), records.Count(), records.Data()));
+    ASSERT_EQ(S_OK, StorePairs(Plain(), L"odd", {{L"emoji", emoji}, {L"empty", L""}, {L"quotes", quotes}}));
     XValueArray read;
     ASSERT_EQ(S_OK, storage->ReadData(XWQComBSTR(L"big"), read.CountAddress(), read.ItemsAddress()));
     ASSERT_EQ(2u, read.Count());
     EXPECT_TRUE(std::wstring(read[0].bstrValue, ::SysStringLen(read[0].bstrValue)) == megabyte);
     EXPECT_TRUE(std::wstring(read[1].bstrValue, ::SysStringLen(read[1].bstrValue)) == sixteen);
-    XValueArray odd;
-    ASSERT_EQ(S_OK, storage->ReadData(XWQComBSTR(L"odd"), odd.CountAddress(), odd.ItemsAddress()));
-    ASSERT_EQ(3u, odd.Count());
-    EXPECT_EQ(emoji, std::wstring(odd[0].bstrValue, ::SysStringLen(odd[0].bstrValue)));
-    EXPECT_EQ(0u, ::SysStringLen(odd[1].bstrValue));
-    EXPECT_EQ(withNul, std::wstring(odd[2].bstrValue, ::SysStringLen(odd[2].bstrValue)));
+    EXPECT_EQ((Pairs{{L"emoji", emoji}, {L"empty", L""}, {L"quotes", quotes}}), ReadPairs(Plain(), L"odd").pairs);
 }
 
-TEST_F(SqlStorageTest, AKeyOf300LevelsWithEmojiIsStoredListedAndDeleted)
+// SQLite keeps a NUL inside a value; PostgreSQL text cannot hold one, so the list is refused
+// whole, with a message that names the value, and nothing of it is written.
+TEST_P(SqlStorageTest, AValueWithANulIsKeptWhereTheEngineCanHoldItAndRefusedWholeWhereNot)
+{
+    const std::wstring withNul(L"a\0b", 3);
+    ASSERT_EQ(S_OK, StorePairs(Plain(), L"odd", {{L"other", L"old"}}));
+    const HRESULT hr = StorePairs(Plain(), L"odd", {{L"nul", withNul}, {L"other", L"new"}});
+    if (GetParam() == SqlEngine::Sqlite)
+    {
+        ASSERT_EQ(S_OK, hr);
+        XValueArray odd;
+        ASSERT_EQ(S_OK, storage->ReadData(XWQComBSTR(L"odd"), odd.CountAddress(), odd.ItemsAddress()));
+        ASSERT_EQ(2u, odd.Count());
+        EXPECT_EQ(withNul, std::wstring(odd[0].bstrValue, ::SysStringLen(odd[0].bstrValue)));
+        return;
+    }
+    EXPECT_EQ(E_INVALIDARG, hr);
+    const std::wstring message = TakeErrorInfo().description;
+    EXPECT_NE(std::wstring::npos, message.find(L"\"nul\"")) << Utf8(message.c_str());
+    EXPECT_NE(std::wstring::npos, message.find(L"PostgreSQL")) << Utf8(message.c_str());
+    EXPECT_EQ((Pairs{{L"other", L"old"}}), ReadPairs(Plain(), L"odd").pairs);
+}
+
+TEST_P(SqlStorageTest, AKeyOf300LevelsWithEmojiIsStoredListedAndDeleted)
 {
     std::wstring key;
     for (int level = 0; level < 300; ++level)
@@ -155,7 +174,7 @@ TEST_F(SqlStorageTest, AKeyOf300LevelsWithEmojiIsStoredListedAndDeleted)
     EXPECT_TRUE(SubKeys(L"", 1).empty());
 }
 
-TEST_F(SqlStorageTest, KeysAndNamesWithANulAreRefusedBeforeAnythingIsWritten)
+TEST_P(SqlStorageTest, KeysAndNamesWithANulAreRefusedBeforeAnythingIsWritten)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"p/n", {{L"v", L"old"}}));
     const std::wstring withNul(L"p/n\0zz", 6);
@@ -166,7 +185,7 @@ TEST_F(SqlStorageTest, KeysAndNamesWithANulAreRefusedBeforeAnythingIsWritten)
     EXPECT_EQ((Pairs{{L"v", L"old"}}), ReadPairs(Plain(), L"p/n").pairs);
 }
 
-TEST_F(SqlStorageTest, ReadAllDataGivesTheKeyAndEveryKeyBelowInPreOrder)
+TEST_P(SqlStorageTest, ReadAllDataGivesTheKeyAndEveryKeyBelowInPreOrder)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"Root", {{L"a", L"1"}}));
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"Root/Child/Leaf", {{L"b", L"2"}}));
@@ -181,7 +200,7 @@ TEST_F(SqlStorageTest, ReadAllDataGivesTheKeyAndEveryKeyBelowInPreOrder)
     EXPECT_EQ((Pairs{{L"b", L"2"}}), all.records[2].pairs);
 }
 
-TEST_F(SqlStorageTest, NullOutPointersArePointerFailures)
+TEST_P(SqlStorageTest, NullOutPointersArePointerFailures)
 {
     tagSESSIONDATAVALUE* list = nullptr;
     ULONG count = 0;
@@ -191,13 +210,22 @@ TEST_F(SqlStorageTest, NullOutPointersArePointerFailures)
     EXPECT_TRUE(::IsEqualGUID(CLSID_WQ_SessionDataStorageSql, TakeErrorInfo().guid));
 }
 
-TEST_F(SqlStorageTest, ValuesSurviveTheStorageAndAreInTheFileForAnyReader)
+TEST_P(SqlStorageTest, ValuesSurviveTheStorageAndAreInTheDatabaseForAnyReader)
 {
     ASSERT_EQ(S_OK, StorePairs(Plain(), L"Kept/Key", {{L"name", L"value"}}));
     storage.Reset();
-    RawSqlite raw(file.Path());
     EXPECT_EQ(std::vector<std::string>{"|kept/key|name|value"},
-              raw.Rows("SELECT scope, key_norm, name, value FROM sdm_values"));
+              database.Rows("SELECT scope, key_norm, name, value FROM sdm_values"))
+        << database.Error();
+    EXPECT_EQ((std::vector<std::string>{"|kept|Kept|", "|kept/key|Kept/Key|kept"}),
+              database.Rows("SELECT scope, key_norm, key_text, parent_norm FROM sdm_keys ORDER BY key_norm"));
+}
+
+TEST(SqlStorageSqlite, TheFileIsInWalModeAndIntact)
+{
+    TestDatabaseFile file;
+    ASSERT_EQ(S_OK, StorePairs(NewSqlStorage(file.Connection()).Get(), L"Kept/Key", {{L"name", L"value"}}));
+    RawSqlite raw(file.Path());
     EXPECT_EQ(std::vector<std::string>{"ok"}, raw.Rows("PRAGMA integrity_check"));
     EXPECT_EQ(std::vector<std::string>{"wal"}, raw.Rows("PRAGMA journal_mode"));
 }

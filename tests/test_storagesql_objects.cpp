@@ -41,12 +41,12 @@ private:
 const CLSID kFirst = {0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x55}};
 const CLSID kSecond = {0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x56}};
 
-class SqlStorageObjectTest : public ::testing::Test
+class SqlStorageObjectTest : public ::testing::TestWithParam<SqlEngine>
 {
 protected:
     void SetUp() override
     {
-        storage = NewSqlStorage(file.Connection());
+        storage = NewSqlStorage(database.Connection());
         ASSERT_TRUE(storage);
     }
     HRESULT StoreObject(IUnknown* object, const wchar_t* key, const Pairs& pairs)
@@ -66,14 +66,16 @@ protected:
         return pairs;
     }
 
-    TestDatabaseFile file;
+    TestSqlDatabase database{GetParam()};
     XComPtr<IWQ_SessionDataStorageEx> storage;
     PersistObject first{kFirst};
     PersistObject second{kSecond};
 };
 } // namespace
 
-TEST_F(SqlStorageObjectTest, ObjectDataIsKeptApartFromPlainDataAndFromOtherObjects)
+INSTANTIATE_TEST_SUITE_P(Engines, SqlStorageObjectTest, AllSqlEngines(), SqlEngineName);
+
+TEST_P(SqlStorageObjectTest, ObjectDataIsKeptApartFromPlainDataAndFromOtherObjects)
 {
     ASSERT_EQ(S_OK, StorePairs(storage.Get(), L"k", {{L"v", L"plain"}}));
     ASSERT_EQ(S_OK, StoreObject(&first, L"k", {{L"v", L"first"}}));
@@ -86,13 +88,13 @@ TEST_F(SqlStorageObjectTest, ObjectDataIsKeptApartFromPlainDataAndFromOtherObjec
     EXPECT_EQ((Pairs{{L"v", L"first"}}), ReadObject(&sameClass, L"K"));
 }
 
-TEST_F(SqlStorageObjectTest, ObjectValueNamesAreKeptAndReturnedLowerCased)
+TEST_P(SqlStorageObjectTest, ObjectValueNamesAreKeptAndReturnedLowerCased)
 {
     ASSERT_EQ(S_OK, StoreObject(&first, L"k", {{L"Width", L"1"}}));
     EXPECT_EQ((Pairs{{L"width", L"1"}}), ReadObject(&first, L"k"));
 }
 
-TEST_F(SqlStorageObjectTest, AMonikerIsKnownByItsDisplayName)
+TEST_P(SqlStorageObjectTest, AMonikerIsKnownByItsDisplayName)
 {
     XComPtr<IMoniker> moniker;
     ASSERT_EQ(S_OK, ::CreateItemMoniker(L"!", L"SessionItem", moniker.ReleaseAndGetAddressOf()));
@@ -107,7 +109,7 @@ TEST_F(SqlStorageObjectTest, AMonikerIsKnownByItsDisplayName)
     EXPECT_EQ(S_FALSE, hr);
 }
 
-TEST_F(SqlStorageObjectTest, AnObjectWithoutIdentityIsRefusedWithAMessageThatSaysSo)
+TEST_P(SqlStorageObjectTest, AnObjectWithoutIdentityIsRefusedWithAMessageThatSaysSo)
 {
     PersistObject anonymous(kFirst, false);
     EXPECT_EQ(E_INVALIDARG, StoreObject(&anonymous, L"k", {{L"v", L"x"}}));
@@ -115,7 +117,7 @@ TEST_F(SqlStorageObjectTest, AnObjectWithoutIdentityIsRefusedWithAMessageThatSay
     EXPECT_EQ(E_POINTER, StoreObject(nullptr, L"k", {{L"v", L"x"}}));
 }
 
-TEST_F(SqlStorageObjectTest, ObjectKeysListAndDeleteWithinTheObjectsData)
+TEST_P(SqlStorageObjectTest, ObjectKeysListAndDeleteWithinTheObjectsData)
 {
     ASSERT_EQ(S_OK, StoreObject(&first, L"a/b", {{L"v", L"1"}}));
     ASSERT_EQ(S_OK, StorePairs(storage.Get(), L"a/c", {{L"v", L"plain"}}));

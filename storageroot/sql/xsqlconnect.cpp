@@ -1,5 +1,7 @@
 #include "xsqlconnect.h"
 
+#include "xodbcconnection.h"
+#include "xodbctext.h"
 #include "xsqlerror.h"
 #include "xsqliteconnection.h"
 #include "xsqlschema.h"
@@ -11,6 +13,7 @@
 namespace
 {
 const wchar_t kSqliteScheme[] = L"sqlite:";
+const wchar_t kOdbcScheme[] = L"odbc:";
 
 bool StartsWith(const std::wstring& text, const wchar_t* prefix)
 {
@@ -67,11 +70,31 @@ struct SqliteTarget
     XSqliteOptions options;
 };
 
+bool IsOdbc(const std::wstring& connection)
+{
+    return StartsWith(connection, kOdbcScheme);
+}
+
+// The ODBC text of an "odbc:" connection, checked: it parses and names a driver or a source.
+std::wstring OdbcTextOf(const std::wstring& connection)
+{
+    const std::wstring text = connection.substr(std::wcslen(kOdbcScheme));
+    bool named = false;
+    for (const XOdbcText::Attribute& attribute : XOdbcText::Parse(text))
+        named = named || XOdbcText::IsKey(attribute.key, L"DRIVER") || XOdbcText::IsKey(attribute.key, L"DSN") ||
+                XOdbcText::IsKey(attribute.key, L"FILEDSN");
+    if (!named)
+        Refuse(L"the ODBC connection text names no driver or data source (Driver={...} or DSN=...): " +
+               XOdbcText::Redacted(text));
+    return text;
+}
+
 // The file and options that a connection text names; unknown schemes are refused.
 SqliteTarget TargetOf(const std::wstring& connection)
 {
     if (!StartsWith(connection, kSqliteScheme))
-        Refuse(L"unknown connection scheme (expected \"sqlite:\"): " + connection);
+        Refuse(L"unknown connection scheme (expected \"sqlite:\" or \"odbc:\"): " +
+               connection.substr(0, connection.find(L':')));
     const std::wstring rest = connection.substr(std::wcslen(kSqliteScheme));
     const size_t query = rest.find(L'?');
     const std::wstring path = rest.substr(0, query);
@@ -83,18 +106,34 @@ SqliteTarget TargetOf(const std::wstring& connection)
 
 XSqlParsedConnection XSqlParseConnection(const std::wstring& connection)
 {
+    if (IsOdbc(connection))
+    {
+        // Another spelling of the same ODBC text is another connection: nothing is cached for a
+        // networked database, so two connections to it serve one data set.
+        const std::wstring text = OdbcTextOf(connection);
+        return {kOdbcScheme + text, kOdbcScheme + text, kOdbcScheme + XOdbcText::Redacted(text)};
+    }
     const SqliteTarget target = TargetOf(connection);
     std::wstring lower = target.path;
     ::CharLowerBuffW(lower.data(), static_cast<DWORD>(lower.size()));
-    return {kSqliteScheme + lower,
-            kSqliteScheme + target.path + L"?synchronous=" + (target.options.synchronousFull ? L"full" : L"normal") +
-                L"&busy_timeout=" + std::to_wstring(target.options.busyTimeoutMs)};
+    std::wstring canonical = kSqliteScheme + target.path +
+                             L"?synchronous=" + (target.options.synchronousFull ? L"full" : L"normal") +
+                             L"&busy_timeout=" + std::to_wstring(target.options.busyTimeoutMs);
+    return {kSqliteScheme + lower, canonical, canonical};
 }
 
 std::unique_ptr<XSqlConnection> XSqlConnect(const std::wstring& connection)
 {
-    const SqliteTarget target = TargetOf(connection);
-    std::unique_ptr<XSqlConnection> opened = std::make_unique<XSqliteConnection>(target.path, target.options);
+    std::unique_ptr<XSqlConnection> opened;
+    if (IsOdbc(connection))
+    {
+        opened = std::make_unique<XOdbcConnection>(OdbcTextOf(connection));
+    }
+    else
+    {
+        const SqliteTarget target = TargetOf(connection);
+        opened = std::make_unique<XSqliteConnection>(target.path, target.options);
+    }
     XSqlSchema::Prepare(*opened);
     return opened;
 }

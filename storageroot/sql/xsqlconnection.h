@@ -37,6 +37,11 @@ public:
     // Never throws: it runs where a failure is already on its way.
     virtual void Rollback() noexcept = 0;
     virtual const XSqlDialect& Dialect() const = 0;
+    // After a failure: when the failure lost the connection to the database (a server that
+    // stopped, restarted or was cut off) or chose this connection's work to give way (a
+    // deadlock), connects again where needed (raising when it cannot) and returns true, so the
+    // work that failed may run once more; false otherwise.
+    virtual bool Recover() { return false; }
 };
 
 // A transaction for a scope: rolled back unless committed.

@@ -40,6 +40,9 @@ HRESULT ResultOf(int code) noexcept
 class XSqliteDialect final : public XSqlDialect
 {
 public:
+    const wchar_t* Engine() const override { return L"SQLite"; }
+    bool Networked() const override { return false; }
+    bool HoldsNul() const override { return true; }
     int SchemaVersion(XSqlConnection& connection) const override
     {
         XSqlUse version(connection.Statement("PRAGMA user_version"));

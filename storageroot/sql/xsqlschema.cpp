@@ -10,6 +10,7 @@ void XSqlSchema::Prepare(XSqlConnection& connection)
 {
     const XSqlDialect& dialect = connection.Dialect();
     XSqlTransaction transaction(connection);
+    dialect.LockSchema(connection);
     const int version = dialect.SchemaVersion(connection);
     if (version == 0 && dialect.HasForeignTables(connection))
         XSqlError::Raise(L"XSqlSchema::Prepare", XSqlError::kForeign,

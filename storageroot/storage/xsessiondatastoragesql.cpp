@@ -4,6 +4,7 @@
 #include "xobjectidentity.h"
 #include "xsdmreporter.h"
 #include "xsessiondatastoragereadall.h"
+#include "xsqldialect.h"
 #include "xsqlkey.h"
 #include "xsqlstatements.h"
 
@@ -77,24 +78,28 @@ HRESULT XSessionDataStorageSql::Store(const std::wstring& scope, BSTR key, ULONG
     if (count == 0)
         return S_FALSE;
     const XSqlKey target = XSqlKeyOf(TextOf(key));
-    std::lock_guard<std::mutex> lock(m_lock);
-    XSqlTransaction transaction(*m_connection);
-    for (const XSqlKey& level : target.Lineage())
-    {
-        XSqlUse insert(m_connection->Statement(XSqlStatements::kInsertKey));
-        Bind(*insert, {scope, level.norm, level.text, level.parent});
-        insert->Step();
-    }
-    // In array order: of two records with the same name the later one wins.
+    // One row per name, sorted: of two records with the same name the later one wins (array
+    // order), and every writer takes the rows in one order.
+    std::map<std::wstring, std::wstring_view> named;
     for (ULONG i = 0; i < count; ++i)
-    {
-        const std::wstring name = lowerNames ? Lowered(TextOf(records[i].bstrValueName))
-                                             : std::wstring(TextOf(records[i].bstrValueName));
-        XSqlUse upsert(m_connection->Statement(XSqlStatements::kUpsertValue));
-        Bind(*upsert, {scope, target.norm, name, TextOf(records[i].bstrValue)});
-        upsert->Step();
-    }
-    transaction.Commit();
+        named[lowerNames ? Lowered(TextOf(records[i].bstrValueName)) : std::wstring(TextOf(records[i].bstrValueName))] =
+            TextOf(records[i].bstrValue);
+    const XSqlDialect& dialect = m_connection->Dialect();
+    if (!dialect.HoldsNul())
+        for (const auto& [name, value] : named)
+            if (value.find(L'\0') != std::wstring_view::npos)
+                return Report().Refuse(
+                    __LINE__, XSDM_FUNCTION_NAME(L"XSessionDataStorageSql::StoreData"), E_INVALIDARG,
+                    (L"the value \"" + name + L"\" of key \"" + target.text + L"\" holds the NUL character (U+0000), which " +
+                     dialect.Engine() + L" text cannot hold; nothing of the list was written")
+                        .c_str());
+    XSqlRows keys;
+    for (const XSqlKey& level : target.Lineage())
+        keys.rows.push_back({scope, level.norm, level.text, level.parent});
+    XSqlRows values;
+    for (const auto& [name, value] : named)
+        values.rows.push_back({scope, target.norm, name, std::wstring(value)});
+    Attempt([&] { dialect.WriteList(*m_connection, keys, values); });
     return S_OK;
 }
 
@@ -103,13 +108,13 @@ HRESULT XSessionDataStorageSql::Read(const std::wstring& scope, BSTR key, ULONG*
 {
     const XSqlKey target = XSqlKeyOf(TextOf(key));
     std::vector<Pair> pairs;
-    {
-        std::lock_guard<std::mutex> lock(m_lock);
+    Attempt([&] {
+        pairs.clear();
         XSqlUse select(m_connection->Statement(XSqlStatements::kSelectValues));
         Bind(*select, {scope, target.norm});
         while (select->Step())
             pairs.emplace_back(select->ColumnText(0), select->ColumnText(1));
-    }
+    });
     if (pairs.empty())
         return S_FALSE;
     std::sort(pairs.begin(), pairs.end());  // by name, ordinal
@@ -125,10 +130,10 @@ HRESULT XSessionDataStorageSql::SubKeys(const std::wstring& scope, BSTR key, ULO
 {
     const XSqlKey target = XSqlKeyOf(TextOf(key));
     std::vector<Pair> keys;  // norm, text
-    {
-        std::lock_guard<std::mutex> lock(m_lock);
+    const bool exists = Attempt([&] {
+        keys.clear();
         if (!KeyExists(scope, target.norm))
-            return S_FALSE;
+            return false;
         const char* sql = recursive != 1 ? XSqlStatements::kChildren
                           : target.norm.empty() ? XSqlStatements::kAllKeys
                                                 : XSqlStatements::kKeysBelow;
@@ -141,7 +146,10 @@ HRESULT XSessionDataStorageSql::SubKeys(const std::wstring& scope, BSTR key, ULO
             Bind(*select, {scope, target.Lower(), target.Upper()});
         while (select->Step())
             keys.emplace_back(select->ColumnText(0), select->ColumnText(1));
-    }
+        return true;
+    });
+    if (!exists)
+        return S_FALSE;
     std::sort(keys.begin(), keys.end(),
               [](const Pair& a, const Pair& b) { return XSqlPreOrderLess(a.first, b.first); });
     XBstrArray array = XBstrArrayOf(keys, static_cast<ULONG>(keys.size()),
@@ -158,24 +166,25 @@ HRESULT XSessionDataStorageSql::Delete(const std::wstring& scope, BSTR key)
     if (target.norm.empty())
         return Report().Refuse(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataStorageSql::DeleteKey"), E_INVALIDARG,
                                L"the root key cannot be deleted");
-    std::lock_guard<std::mutex> lock(m_lock);
-    if (!KeyExists(scope, target.norm))
-        return S_FALSE;
-    XSqlTransaction transaction(*m_connection);
-    for (const char* sql : {XSqlStatements::kDeleteValuesOfKey, XSqlStatements::kDeleteKey})
-    {
-        XSqlUse erase(m_connection->Statement(sql));
-        Bind(*erase, {scope, target.norm});
-        erase->Step();
-    }
-    for (const char* sql : {XSqlStatements::kDeleteValuesBelow, XSqlStatements::kDeleteKeysBelow})
-    {
-        XSqlUse erase(m_connection->Statement(sql));
-        Bind(*erase, {scope, target.Lower(), target.Upper()});
-        erase->Step();
-    }
-    transaction.Commit();
-    return S_OK;
+    return Attempt([&] {
+        if (!KeyExists(scope, target.norm))
+            return S_FALSE;
+        XSqlTransaction transaction(*m_connection);
+        for (const char* sql : {XSqlStatements::kDeleteValuesOfKey, XSqlStatements::kDeleteKey})
+        {
+            XSqlUse erase(m_connection->Statement(sql));
+            Bind(*erase, {scope, target.norm});
+            erase->Step();
+        }
+        for (const char* sql : {XSqlStatements::kDeleteValuesBelow, XSqlStatements::kDeleteKeysBelow})
+        {
+            XSqlUse erase(m_connection->Statement(sql));
+            Bind(*erase, {scope, target.Lower(), target.Upper()});
+            erase->Step();
+        }
+        transaction.Commit();
+        return S_OK;
+    });
 }
 
 STDMETHODIMP XSessionDataStorageSql::StoreData(BSTR bstrKeyName, ULONG ulCount, tagSESSIONDATAVALUE* pValueList)

@@ -14,6 +14,9 @@
 //     plain data of the same key; object value names are kept and returned lower-cased, as the
 //     extended layer looks them up.
 // Every call holds the storage's lock; statements are prepared once and kept by the connection.
+// A call whose connection was lost (a database server that restarted) or whose work the server
+// failed to break a deadlock runs once more after the connection recovers (XSqlConnection::
+// Recover): every call's work can run twice, since a write sets the same rows again.
 #pragma once
 
 #include "xcomobject.h"
@@ -74,6 +77,22 @@ private:
     HRESULT SubKeys(const std::wstring& scope, BSTR key, ULONG recursive, ULONG* count, BSTR** names);
     HRESULT Delete(const std::wstring& scope, BSTR key);
     bool KeyExists(const std::wstring& scope, const std::wstring& norm);
+    // Runs work under the storage's lock, once more when the connection recovers from its failure.
+    template <class Work>
+    auto Attempt(Work&& work) -> decltype(work())
+    {
+        std::lock_guard<std::mutex> lock(m_lock);
+        try
+        {
+            return work();
+        }
+        catch (...)
+        {
+            if (!m_connection->Recover())
+                throw;
+        }
+        return work();
+    }
 
     std::mutex m_lock;
     std::unique_ptr<XSqlConnection> m_connection;

@@ -36,10 +36,11 @@ gtest_discover_tests(test_storage_db_ownership
   DISCOVERY_TIMEOUT 300
   PROPERTIES TIMEOUT 120 ENVIRONMENT "WINEDEBUG=warn+heap" FAIL_REGULAR_EXPRESSION "warn:heap")
 
-# The SQL storage of the storage-root server, over SQLite files of the test.
-add_library(wq_sqltestsupport STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/sqltesthelpers.cpp)
+# The SQL storage of the storage-root server, over SQLite files and PostgreSQL schemas of the test.
+add_library(wq_sqltestsupport STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/sqltesthelpers.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/support/pgtesthelpers.cpp)
 target_include_directories(wq_sqltestsupport PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
-target_link_libraries(wq_sqltestsupport PUBLIC wq_storagetestsupport sdm_sqlstorage sqlite3 gtest)
+target_link_libraries(wq_sqltestsupport PUBLIC wq_storagetestsupport sdm_sqlstorage sqlite3 gtest odbc32)
 
 wq_add_test(test_storage_sql
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql.cpp

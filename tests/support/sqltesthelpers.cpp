@@ -1,5 +1,7 @@
 #include "sqltesthelpers.h"
 
+#include "pgtesthelpers.h"
+
 #include "xsdmreporter.h"
 #include "xsessiondatastoragesql.h"
 #include "xsqlconnect.h"
@@ -112,4 +114,47 @@ bool WriteGarbageFile(const std::wstring& path)
     const BOOL wrote = ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     ::CloseHandle(file);
     return wrote && written == text.size();
+}
+
+std::string SqlEngineName(const ::testing::TestParamInfo<SqlEngine>& info)
+{
+    return info.param == SqlEngine::Sqlite ? "SQLite" : "PostgreSQL";
+}
+
+TestSqlDatabase::TestSqlDatabase(SqlEngine engine) : m_engine(engine)
+{
+    if (engine == SqlEngine::Sqlite)
+        m_file = std::make_unique<TestDatabaseFile>();
+    else
+        m_schema = std::make_unique<PgTestSchema>();
+}
+
+TestSqlDatabase::~TestSqlDatabase() = default;
+
+std::wstring TestSqlDatabase::Connection() const
+{
+    return m_file ? m_file->Connection() : m_schema->Connection();
+}
+
+bool TestSqlDatabase::Execute(const std::string& sql)
+{
+    if (m_schema)
+        return m_schema->Raw().Execute(sql);
+    if (!m_sqlite)
+        m_sqlite = std::make_unique<RawSqlite>(m_file->Path());
+    return m_sqlite->Execute(sql);
+}
+
+std::vector<std::string> TestSqlDatabase::Rows(const std::string& sql)
+{
+    if (m_schema)
+        return m_schema->Raw().Rows(sql);
+    if (!m_sqlite)
+        m_sqlite = std::make_unique<RawSqlite>(m_file->Path());
+    return m_sqlite->Rows(sql);
+}
+
+std::string TestSqlDatabase::Error() const
+{
+    return m_schema ? m_schema->Raw().Error() : m_sqlite ? m_sqlite->Error() : std::string();
 }

@@ -7,8 +7,13 @@
 #include "xcomobject.h"
 #include "xsessiondatamng_h.h"
 
+#include <gtest/gtest.h>
+
+#include <memory>
 #include <string>
 #include <vector>
+
+class PgTestSchema;
 
 struct sqlite3;
 
@@ -65,3 +70,40 @@ inline IWQ_SessionDataStorage* Base(const XComPtr<IWQ_SessionDataStorageEx>& sto
 {
     return storage.Get();
 }
+
+// The engines behind the SQL storage; a test of the storage's behaviour runs on each.
+enum class SqlEngine
+{
+    Sqlite,
+    Postgres
+};
+inline auto AllSqlEngines()
+{
+    return ::testing::Values(SqlEngine::Sqlite, SqlEngine::Postgres);
+}
+// "SQLite" or "PostgreSQL": the suffix of a parameterised test's name.
+std::string SqlEngineName(const ::testing::TestParamInfo<SqlEngine>& info);
+
+// A database of the running test on an engine: a file of its own for SQLite, a schema of its
+// own in the test cluster's database for PostgreSQL; gone with the owner.
+class TestSqlDatabase
+{
+public:
+    explicit TestSqlDatabase(SqlEngine engine);
+    ~TestSqlDatabase();
+    TestSqlDatabase(const TestSqlDatabase&) = delete;
+    TestSqlDatabase& operator=(const TestSqlDatabase&) = delete;
+
+    SqlEngine Engine() const { return m_engine; }
+    std::wstring Connection() const;
+    // Raw SQL on the database, as RawSqlite and RawOdbc run it.
+    bool Execute(const std::string& sql);
+    std::vector<std::string> Rows(const std::string& sql);
+    std::string Error() const;
+
+private:
+    SqlEngine m_engine;
+    std::unique_ptr<TestDatabaseFile> m_file;
+    std::unique_ptr<RawSqlite> m_sqlite;
+    std::unique_ptr<PgTestSchema> m_schema;
+};
