@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# Test job: build with GCC and with clang, run every test of the GCC build under Wine with ctest,
-# then the unit tests of the clang build (the second ctest's summary closes the output).
+# Test job: build with GCC and with clang, start a throwaway PostgreSQL cluster on 127.0.0.1, run
+# every test of the GCC build under Wine with ctest, then the unit tests of the clang build (the
+# second ctest's summary closes the output), and stop and remove the cluster.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$(dirname "${BASH_SOURCE[0]}")/postgres.sh"
 ensure_packages
 ensure_tools
-ensure_packages "${CLANG_PACKAGES[@]}"
+ensure_packages "${CLANG_PACKAGES[@]}" "${PG_PACKAGES[@]}"
 build_all
 build_all_clang
+trap pg_cluster_stop EXIT
+pg_cluster_start
 # Create the Wine prefix before the tests start, so no test pays for it, and keep one Wine
 # server running for the whole run (it is stopped again afterwards).
 "$BUILD_DIR/wine-run.sh" cmd /c exit >/dev/null 2>&1 || true

@@ -83,7 +83,9 @@ TEST(RootBadInput, AwkwardKeysNamesAndValuesComeBackExactlyOrAreRefusedAsInProce
         EXPECT_EQ(localHr, remoteHr) << Utf8(c.value.substr(0, 20));
         // What was stored is read back whole (an empty name reads as no value in both).
         if (localHr == S_OK)
+        {
             EXPECT_TRUE(inProcess == c.value) << Utf8(c.value.substr(0, 20));
+        }
     }
     // Null strings answer as in process.
     const XWQComBSTR key(L"Suite/Null");

@@ -6,6 +6,7 @@
 #include "sqltesthelpers.h"
 #include "testenv.h"
 #include "xsessiondataioex.h"
+#include "pgtesthelpers.h"
 #include "xsqlerror.h"
 
 #include <gtest/gtest.h>
@@ -179,4 +180,40 @@ TEST(RootDatabase, ValuesBehaveAsThroughTheExtendedLayerInProcess)
     EXPECT_EQ(SubKeysOf(layer.Get(), L"", 1), SubKeysOf(root.Get(), L"", 1));
     EXPECT_EQ(AllDataOf(layer.Get(), L"suite"), AllDataOf(root.Get(), L"suite"));
     EXPECT_EQ(List(layer.Get(), L"K").records, List(root.Get(), L"K").records);
+}
+
+// Root objects on one PostgreSQL database through two connections (as two servers would be)
+// read what the other wrote at once: nothing is cached for a database that others write.
+TEST(RootDatabase, RootObjectsOnPostgresReadWhatAnotherConnectionWroteAtOnce)
+{
+    PgTestSchema schema;
+    const XComPtr<IWQ_SessionDataIOEx> first = NewRootObject(schema.Connection());
+    // The same database in another spelling: a connection of its own.
+    const XComPtr<IWQ_SessionDataIOEx> other = NewRootObject(L"odbc:" + schema.OdbcText() + L"UseDeclareFetch=0;");
+    ASSERT_TRUE(first && other);
+    for (int round = 0; round < 20; ++round)
+    {
+        const std::wstring value = std::to_wstring(round);
+        ASSERT_EQ(S_OK, Write(first.Get(), L"Shared/Key", L"n", value.c_str()));
+        EXPECT_EQ(value, Read(other.Get(), L"Shared/Key", L"n").value);
+        ASSERT_EQ(S_OK, Write(other.Get(), L"Shared/Key", L"m", value.c_str()));
+        EXPECT_EQ(value, Read(first.Get(), L"Shared/Key", L"m").value);
+    }
+    // Also behind both: a change made in the database directly is read at once.
+    ASSERT_TRUE(schema.Raw().Execute("UPDATE sdm_values SET value = 'direct' WHERE name = 'n'"));
+    EXPECT_EQ(L"direct", Read(first.Get(), L"Shared/Key", L"n").value);
+    EXPECT_EQ(L"direct", Read(other.Get(), L"Shared/Key", L"n").value);
+}
+
+TEST(RootDatabase, APostgresConnectionIsShownWithItsPasswordMasked)
+{
+    PgTestSchema schema;
+    const XComPtr<IWQ_SessionDataIOEx> root = NewRootObject(schema.Connection());
+    ASSERT_TRUE(root);
+    const std::wstring shown = ConnectionOf(root);
+    EXPECT_EQ(0u, shown.find(L"odbc:Driver={PostgreSQL Unicode};")) << Utf8(shown);
+    EXPECT_NE(std::wstring::npos, shown.find(L"Pwd=***;")) << Utf8(shown);
+    const std::wstring text = PgTestConnectionText();
+    const size_t pwd = text.find(L"Pwd=") + 4;
+    EXPECT_EQ(std::wstring::npos, shown.find(text.substr(pwd, text.find(L';', pwd) - pwd)));
 }

@@ -5,6 +5,8 @@
 #include "iotesthelpers.h"
 #include "sqltesthelpers.h"
 #include "testenv.h"
+#include "xrootconnection.h"
+#include "xsdmerror.h"
 
 #include <gtest/gtest.h>
 
@@ -82,4 +84,71 @@ TEST(RootDefaultDatabase, TheConfiguredConnectionElseTheFileInLocalAppData)
         << Utf8(connection);
     const std::wstring path = connection.substr(7, connection.find(L'?') - 7);
     EXPECT_NE(INVALID_FILE_ATTRIBUTES, ::GetFileAttributesW(path.c_str())) << Utf8(path);
+}
+
+namespace
+{
+// A settings key of the running process, removed at the end.
+class TestSettingsKey
+{
+public:
+    TestSettingsKey() : m_key(L"Software\\WQSessionDataMng\\Test-" + std::to_wstring(::GetCurrentProcessId())) {}
+    ~TestSettingsKey() { ::RegDeleteTreeW(HKEY_CURRENT_USER, m_key.c_str()); }
+    const wchar_t* Key() const { return m_key.c_str(); }
+    std::wstring Value(const wchar_t* name) const
+    {
+        wchar_t text[4096] = {};
+        DWORD bytes = sizeof text;
+        return ::RegGetValueW(HKEY_CURRENT_USER, m_key.c_str(), name, RRF_RT_REG_SZ, nullptr, text, &bytes) ==
+                       ERROR_SUCCESS
+                   ? std::wstring(text)
+                   : std::wstring(L"<none>");
+    }
+
+private:
+    std::wstring m_key;
+};
+} // namespace
+
+TEST(RootDefaultDatabase, AnOdbcPasswordIsKeptEncryptedForTheUserAndNeverInTheText)
+{
+    TestSettingsKey settings;
+    const std::wstring secret = L"se;cr}et";
+    XSetDefaultRootConnection(L"odbc:Driver={PostgreSQL Unicode};Server=db.example;Uid=sdm;Pwd={se;cr}}et};",
+                              settings.Key());
+    EXPECT_EQ(L"odbc:Driver={PostgreSQL Unicode};Server=db.example;Uid=sdm;", settings.Value(L"Connection"));
+    const std::wstring kept = settings.Value(L"Password");
+    EXPECT_NE(L"<none>", kept);
+    EXPECT_EQ(std::wstring::npos, kept.find(L"cr}et"));
+    // The text handed to the database has the password back, braced as ODBC needs it.
+    EXPECT_EQ(L"odbc:Driver={PostgreSQL Unicode};Server=db.example;Uid=sdm;Pwd={se;cr}}et};",
+              XDefaultRootConnection(settings.Key()));
+    EXPECT_EQ(L"odbc:Driver={PostgreSQL Unicode};Server=db.example;Uid=sdm;Pwd=***;",
+              XShownDefaultRootConnection(settings.Key()));
+    // Another connection without a password drops the kept one.
+    XSetDefaultRootConnection(L"odbc:DSN=sessiondata;", settings.Key());
+    EXPECT_EQ(L"<none>", settings.Value(L"Password"));
+    EXPECT_EQ(L"odbc:DSN=sessiondata;", XDefaultRootConnection(settings.Key()));
+    // A text that cannot work changes nothing.
+    EXPECT_ANY_THROW(XSetDefaultRootConnection(L"odbc:Driver={PostgreSQL Unicode;Pwd=x", settings.Key()));
+    EXPECT_EQ(L"odbc:DSN=sessiondata;", settings.Value(L"Connection"));
+    // An empty text goes back to the file.
+    XSetDefaultRootConnection(L"", settings.Key());
+    EXPECT_EQ(L"<none>", settings.Value(L"Connection"));
+    EXPECT_TRUE(EndsWith(XDefaultRootConnection(settings.Key()), L"\\WQSessionDataMng\\sessiondata.db"));
+}
+
+TEST(RootDefaultDatabase, APasswordKeptByAnotherUserIsAClearErrorNotAWrongLogin)
+{
+    TestSettingsKey settings;
+    XSetDefaultRootConnection(L"odbc:DSN=sessiondata;Pwd=x;", settings.Key());
+    const std::wstring garbage = L"AQAAANCMnd8BFdERjHoAwE/Cl+sBAAAA";
+    ASSERT_EQ(ERROR_SUCCESS, ::RegSetKeyValueW(HKEY_CURRENT_USER, settings.Key(), L"Password", REG_SZ, garbage.c_str(),
+                                               static_cast<DWORD>((garbage.size() + 1) * sizeof(wchar_t))));
+    const HRESULT hr = XSdmBoundary("test", __LINE__, XWQComBSTR(L"test"), GUID_NULL, [&]() -> HRESULT {
+        XDefaultRootConnection(settings.Key());
+        return S_OK;
+    });
+    EXPECT_TRUE(FAILED(hr));
+    EXPECT_NE(std::wstring::npos, TakeErrorInfo().description.find(L"cannot be decrypted"));
 }

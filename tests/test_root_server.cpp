@@ -70,7 +70,9 @@ TEST(RootServer, ConfigurationAndFailuresCrossTheProcessBoundary)
         EXPECT_EQ(expected, hr);
         const ErrorInfoText info = TakeErrorInfo();
         if (info.present)
+        {
             EXPECT_NE(std::wstring::npos, info.description.find(says)) << Utf8(info.description);
+        }
     };
     expectFailure(config->Open(XWQComBSTR(L"mysql:server=x")), E_INVALIDARG, L"unknown connection scheme");
     expectFailure(Write(root.Get(), L"<[user:S-1-5-18]>/x", L"n", L"v"), E_ACCESSDENIED, L"reserved");

@@ -4,6 +4,8 @@
 #include "xsessiondataioex.h"
 #include "xsessiondatastoragesql.h"
 #include "xsqlconnect.h"
+#include "xsqldialect.h"
+#include "xuncachedioex.h"
 
 #include <map>
 #include <mutex>
@@ -30,9 +32,15 @@ const XSdmReporter& Report()
     return report;
 }
 
+// The IO layer over a new storage on the database: the cached extended layer, or for a database
+// that servers on other machines write too, the uncached one (XUncachedIOEx).
 XComPtr<IWQ_SessionDataIOEx> NewIO(const std::wstring& connection)
 {
-    const XComPtr<IWQ_SessionDataStorageEx> storage = XSessionDataStorageSql::Create(XSqlConnect(connection));
+    std::unique_ptr<XSqlConnection> opened = XSqlConnect(connection);
+    const bool networked = opened->Dialect().Networked();
+    const XComPtr<IWQ_SessionDataStorageEx> storage = XSessionDataStorageSql::Create(std::move(opened));
+    if (networked)
+        return XUncachedIOEx::Create(storage.Get());
     XComPtr<IWQ_SessionDataIOEx> io;
     HRESULT hr = XComObject<XSessionDataIOEx>::Create(IID_IWQ_SessionDataIOEx,
                                                       reinterpret_cast<void**>(io.ReleaseAndGetAddressOf()));
@@ -47,8 +55,8 @@ XComPtr<IWQ_SessionDataIOEx> NewIO(const std::wstring& connection)
 }
 } // namespace
 
-XRootDatabase::XRootDatabase(std::wstring connection, XComPtr<IWQ_SessionDataIOEx> io) noexcept
-    : m_connection(std::move(connection)), m_io(std::move(io))
+XRootDatabase::XRootDatabase(std::wstring connection, std::wstring shown, XComPtr<IWQ_SessionDataIOEx> io) noexcept
+    : m_connection(std::move(connection)), m_shown(std::move(shown)), m_io(std::move(io))
 {
 }
 
@@ -62,13 +70,13 @@ std::shared_ptr<XRootDatabase> XRootDatabase::Open(const std::wstring& connectio
     if (std::shared_ptr<XRootDatabase> open = entry.lock())
     {
         // The same file in another spelling, with the same options, is the same database.
-        if (::CompareStringOrdinal(open->Connection().c_str(), -1, parsed.canonical.c_str(), -1, TRUE) != CSTR_EQUAL)
+        if (::CompareStringOrdinal(open->m_connection.c_str(), -1, parsed.canonical.c_str(), -1, TRUE) != CSTR_EQUAL)
             Report().Raise(__LINE__, XSDM_FUNCTION_NAME(L"XRootDatabase::Open"), E_INVALIDARG,
                            XWQComBSTR((L"the database is open in this server with other options: " + open->Connection())
                                           .c_str()));
         return open;
     }
-    auto opened = std::make_shared<XRootDatabase>(parsed.canonical, NewIO(parsed.canonical));
+    auto opened = std::make_shared<XRootDatabase>(parsed.canonical, parsed.shown, NewIO(parsed.canonical));
     entry = opened;
     return opened;
 }

@@ -1,7 +1,8 @@
 // XRootDatabase: a database that the storage root serves in this process, the module's cached
-// extended IO layer (WQ_SessionDataIOEx) over an SQL storage on it. Every root object of the
-// process that uses the same database shares one: a value written through one root object is
-// read at once through another, from one cache. A database lives while a root object holds it.
+// extended IO layer (WQ_SessionDataIOEx) over an SQL storage on it, or for a networked engine
+// (PostgreSQL), whose data servers on other machines write too, an uncached one. Every root
+// object of the process that uses the same database shares one: a value written through one root
+// object is read at once through another. A database lives while a root object holds it.
 #pragma once
 
 #include "xcomobject.h"
@@ -18,15 +19,16 @@ public:
     // options is refused (E_INVALIDARG): one file has one cache and one way to be written.
     static std::shared_ptr<XRootDatabase> Open(const std::wstring& connection);
 
-    XRootDatabase(std::wstring connection, XComPtr<IWQ_SessionDataIOEx> io) noexcept;
+    XRootDatabase(std::wstring connection, std::wstring shown, XComPtr<IWQ_SessionDataIOEx> io) noexcept;
     XRootDatabase(const XRootDatabase&) = delete;
     XRootDatabase& operator=(const XRootDatabase&) = delete;
 
     IWQ_SessionDataIOEx* IO() const noexcept { return m_io.Get(); }
-    // The connection text in its canonical form.
-    const std::wstring& Connection() const noexcept { return m_connection; }
+    // The connection text in its canonical form, any password masked.
+    const std::wstring& Connection() const noexcept { return m_shown; }
 
 private:
     std::wstring m_connection;
+    std::wstring m_shown;
     XComPtr<IWQ_SessionDataIOEx> m_io;
 };

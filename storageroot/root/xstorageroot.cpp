@@ -261,6 +261,25 @@ STDMETHODIMP XStorageRoot::GetConnection(BSTR* pbstrConnection)
     });
 }
 
+STDMETHODIMP XStorageRoot::SetDefaultConnection(BSTR bstrConnection)
+{
+    return Report().Run(__LINE__, XSDM_FUNCTION_NAME(L"XStorageRoot::SetDefaultConnection"), [&]() -> HRESULT {
+        XSetDefaultRootConnection(std::wstring(bstrConnection ? bstrConnection : L"", ::SysStringLen(bstrConnection)));
+        return S_OK;
+    });
+}
+
+STDMETHODIMP XStorageRoot::GetDefaultConnection(BSTR* pbstrConnection)
+{
+    const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XStorageRoot::GetDefaultConnection");
+    return Report().Run(__LINE__, function, [&]() -> HRESULT {
+        Report().CheckPointerOrRaise(__LINE__, function, pbstrConnection);
+        const std::wstring connection = XShownDefaultRootConnection();
+        *pbstrConnection = XNewBstr(connection.data(), connection.size());
+        return S_OK;
+    });
+}
+
 STDMETHODIMP XStorageRoot::GetServerProcessId(LONG* plProcessId)
 {
     const XWQComBSTR& function = XSDM_FUNCTION_NAME(L"XStorageRoot::GetServerProcessId");

@@ -70,6 +70,12 @@ public:
     // The connection text (canonical form) of the database this root object uses.
     STDMETHODIMP GetConnection(BSTR* pbstrConnection) override;
     STDMETHODIMP GetServerProcessId(LONG* plProcessId) override;
+    // Makes the connection text the default of the user the server runs as (XSetDefaultRootConnection:
+    // an ODBC password kept encrypted for the user, apart from the text); an empty text goes back
+    // to the SQLite file. Root objects that already use a database keep it.
+    STDMETHODIMP SetDefaultConnection(BSTR bstrConnection) override;
+    // That default connection text, any password masked.
+    STDMETHODIMP GetDefaultConnection(BSTR* pbstrConnection) override;
 
 private:
     static const XSdmReporter& Report();

@@ -46,8 +46,9 @@ wq_add_test(test_storage_sql
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql_schema.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql_faults.cpp
-  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql_objects.cpp)
-target_link_libraries(test_storage_sql PRIVATE wq_sqltestsupport)
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql_objects.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/test_storagesql_postgres.cpp)
+target_link_libraries(test_storage_sql PRIVATE wq_sqltestsupport ws2_32)
 
 # The storage root's class in process: per-user keys, its databases, the configured default.
 add_library(wq_roottestsupport STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/roottesthelpers.cpp)

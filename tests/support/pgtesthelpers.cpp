@@ -179,5 +179,15 @@ PgTestSchema::~PgTestSchema()
 
 std::wstring PgTestSchema::OdbcText() const
 {
-    return PgTestConnectionText() + L"ConnSettings=SET search_path TO " + WideOf(m_name) + L";";
+    // The application name lets a test find the server processes of its own connections.
+    return PgTestConnectionText() + L"ConnSettings={SET search_path TO " + WideOf(m_name) +
+           L";SET application_name TO " + WideOf(m_name) + L"};";
+}
+
+int PgTestSchema::EndOtherConnections()
+{
+    const std::vector<std::string> ended =
+        m_raw->Rows("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE application_name = '" + m_name +
+                    "' AND pid <> pg_backend_pid()");
+    return static_cast<int>(ended.size());
 }

@@ -33,7 +33,8 @@ private:
 };
 
 // A schema of the running test in the test database, made empty when the test starts and
-// dropped when it ends: connections with Connection() use it for every unqualified name.
+// dropped when it ends: connections with Connection() use it for every unqualified name, and
+// carry its name as their application name.
 class PgTestSchema
 {
 public:
@@ -47,6 +48,9 @@ public:
     std::wstring OdbcText() const;
     std::wstring Connection() const { return L"odbc:" + OdbcText(); }
     RawOdbc& Raw() { return *m_raw; }
+    // Ends the server processes of every other connection with this schema's name (what a
+    // restart of the server does to them); how many it ended.
+    int EndOtherConnections();
 
 private:
     std::string m_name;
