@@ -217,3 +217,19 @@ TEST(RootDatabase, APostgresConnectionIsShownWithItsPasswordMasked)
     const size_t pwd = text.find(L"Pwd=") + 4;
     EXPECT_EQ(std::wstring::npos, shown.find(text.substr(pwd, text.find(L';', pwd) - pwd)));
 }
+
+// Through a root on PostgreSQL (nothing cached), a value name is one name in every spelling, and
+// lists come back with the names lower-cased, as through a cached root.
+TEST(RootDatabase, OnPostgresTwoSpellingsOfANameAreOneValue)
+{
+    PgTestSchema schema;
+    const XComPtr<IWQ_SessionDataIOEx> root = NewRootObject(schema.Connection());
+    ASSERT_TRUE(root);
+    ASSERT_EQ(S_OK, Write(root.Get(), L"Window", L"Width", L"1"));
+    ASSERT_EQ(S_OK, Write(root.Get(), L"window", L"WIDTH", L"2"));
+    EXPECT_EQ(L"2", Read(root.Get(), L"WINDOW", L"width").value);
+    const ListResult list = List(root.Get(), L"Window");
+    EXPECT_EQ(S_OK, list.hr);
+    EXPECT_EQ(std::vector<std::string>{"width=2"}, list.records);
+    EXPECT_EQ(std::vector<std::string>{"width|2"}, schema.Raw().Rows("SELECT name, value FROM sdm_values"));
+}

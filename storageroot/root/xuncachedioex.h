@@ -1,9 +1,14 @@
 // XUncachedIOEx: the extended access layer without a cache, for a database that servers on other
 // machines write too (a networked engine): nothing tells a server of another server's writes, so
-// a cached value could be stale. The plain operations go to the module's uncached layer
-// (WQ_SessionDataIONoCache), every read to the database; the object operations, key deletion
-// and the user-profile flag to the module's extended layer, which passes them to the storage
-// uncached. Both are bound to one storage.
+// a value kept by a server could be stale. Every call reaches the storage, and nothing is kept
+// between calls (not even the written values that the module's uncached layer keeps until its
+// next read, which would answer a read after another server's write with the old value).
+//
+// The plain operations behave as the cached layer's answers look to a client: value names are
+// lower-cased on the way in (so two spellings of a name are one value, as in the registry) and
+// come back lower-cased, lists sorted as that layer sorts them. The object operations, key
+// deletion and the user-profile flag go to the module's extended layer, which passes them to the
+// storage uncached.
 #pragma once
 
 #include "xcomobject.h"
@@ -53,6 +58,9 @@ public:
     STDMETHODIMP IsUserProfileIO(long* pbUserProfile) override;
 
 private:
-    XComPtr<IWQ_SessionDataIO> m_plain;
+    static const class XSdmReporter& Report();
+    HRESULT Store(BSTR key, ULONG count, const tagSESSIONDATAVALUE* records);
+
+    XComPtr<IWQ_SessionDataStorageEx> m_storage;
     XComPtr<IWQ_SessionDataIOEx> m_extended;
 };

@@ -109,3 +109,12 @@ add_test(NAME RootKill.AKilledServerFailsFastAndANewServerServesWhatWasAcknowled
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/root_kill.sh ${CMAKE_BINARY_DIR})
 set_tests_properties(RootKill.AKilledServerFailsFastAndANewServerServesWhatWasAcknowledged PROPERTIES
                      FIXTURES_REQUIRED wq_root_registered RUN_SERIAL TRUE TIMEOUT 300 LABELS module)
+
+# Two machines on one PostgreSQL database (each a Wine prefix and server session of its own), run
+# from outside Wine by tests/host/root_machines.sh.
+add_executable(test_root_machines ${CMAKE_CURRENT_SOURCE_DIR}/test_root_machines.cpp ${CMAKE_CURRENT_SOURCE_DIR}/test_main.cpp)
+target_link_libraries(test_root_machines PRIVATE wq_rootservertest gtest advapi32 ws2_32)
+add_dependencies(test_root_machines WQSessionDataMng64 WQSessionDataRoot64)
+add_test(NAME RootMachines.TwoServersOnOneDatabaseNeverServeAStaleValue
+         COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/root_machines.sh ${CMAKE_BINARY_DIR})
+set_tests_properties(RootMachines.TwoServersOnOneDatabaseNeverServeAStaleValue PROPERTIES TIMEOUT 600 LABELS module)
