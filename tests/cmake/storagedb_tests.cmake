@@ -118,3 +118,13 @@ add_dependencies(test_root_machines WQSessionDataMng64 WQSessionDataRoot64)
 add_test(NAME RootMachines.TwoServersOnOneDatabaseNeverServeAStaleValue
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/root_machines.sh ${CMAKE_BINARY_DIR})
 set_tests_properties(RootMachines.TwoServersOnOneDatabaseNeverServeAStaleValue PROPERTIES TIMEOUT 600 LABELS module)
+
+# The database restarted under a stream of asynchronous writes, with a cluster of its own, run
+# from outside Wine by tests/host/pg_restart.sh.
+add_executable(test_root_restart ${CMAKE_CURRENT_SOURCE_DIR}/test_root_restart.cpp ${CMAKE_CURRENT_SOURCE_DIR}/test_main.cpp)
+target_link_libraries(test_root_restart PRIVATE wq_rootservertest gtest advapi32)
+add_dependencies(test_root_restart WQSessionDataMng64 WQSessionDataRoot64)
+add_test(NAME RootRestart.AStreamOfAsynchronousWritesSurvivesADatabaseRestart
+         COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/pg_restart.sh ${CMAKE_BINARY_DIR})
+set_tests_properties(RootRestart.AStreamOfAsynchronousWritesSurvivesADatabaseRestart PROPERTIES
+                     FIXTURES_REQUIRED wq_root_registered TIMEOUT 300 LABELS module)
