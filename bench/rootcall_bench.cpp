@@ -141,12 +141,14 @@ private:
     bool m_started = false;
 };
 
-XComPtr<IWQ_SessionDataIOEx> ActivateRoot(const std::wstring& connection)
+} // namespace
+
+XComPtr<IWQ_SessionDataIOEx> ActivateBenchRoot(const std::wstring& connection, DWORD context)
 {
     XComPtr<IWQ_SessionDataIOEx> root;
     CLSID clsid;
     if (FAILED(::CLSIDFromProgID(L"WQSessionDataMng.WQ_SessionDataStorageRoot", &clsid)) ||
-        FAILED(::CoCreateInstance(clsid, nullptr, CLSCTX_LOCAL_SERVER, IID_IWQ_SessionDataIOEx,
+        FAILED(::CoCreateInstance(clsid, nullptr, context, IID_IWQ_SessionDataIOEx,
                                   reinterpret_cast<void**>(root.ReleaseAndGetAddressOf()))))
         return XComPtr<IWQ_SessionDataIOEx>();
     XComPtr<IWQ_SessionDataRootConfig> config;
@@ -155,6 +157,8 @@ XComPtr<IWQ_SessionDataIOEx> ActivateRoot(const std::wstring& connection)
     return root;
 }
 
+namespace
+{
 std::wstring TempDatabase()
 {
     wchar_t folder[MAX_PATH] = {};
@@ -203,17 +207,20 @@ void MeasureCalls(IWQ_SessionDataIOEx* root, IWQ_SessionDataIOEx* nothing)
         std::printf("warning: %zu calls failed\n", failures);
 }
 
-void MeasureDrain(IWQ_SessionDataIOEx* root)
+} // namespace
+
+DrainFigures MeasureDrain(IWQ_SessionDataIOEx* root, const wchar_t* rootKey)
 {
+    DrainFigures figures;
     XComPtr<IWQ_SessionDataStorageDb> storage;
     XComObject<XSessionDataStorageDb>::Create(IID_IWQ_SessionDataStorageDb,
                                               reinterpret_cast<void**>(storage.ReleaseAndGetAddressOf()));
     XComPtr<IWQ_SessionDataStorage> plain;
-    if (!storage || FAILED(storage->SetRoot(root)) || FAILED(storage->SetRootKey(XWQComBSTR(L"Bench\\Drain"))) ||
+    if (!storage || FAILED(storage->SetRoot(root)) || FAILED(storage->SetRootKey(XWQComBSTR(rootKey))) ||
         FAILED(storage->SetAsyncWriteMode(120)) || FAILED(storage.As(plain)))
     {
         std::printf("warning: the database storage could not be set up\n");
-        return;
+        return figures;
     }
     std::vector<XWQComBSTR> names;
     for (int i = 0; i < kPipedWrites; ++i)
@@ -222,17 +229,16 @@ void MeasureDrain(IWQ_SessionDataIOEx* root)
     const XWQComBSTR text(L"piped");
     std::vector<double> pipeRounds;
     std::vector<double> flushRounds;
-    size_t failures = 0;
     for (int round = -1; round < 5; ++round)
     {
         const double start = NowNs();
         for (int i = 0; i < kPipedWrites; ++i)
         {
             tagSESSIONDATAVALUE record{names[static_cast<size_t>(i)], text};
-            failures += plain->StoreData(key, 1, &record) != S_OK;
+            figures.failures += plain->StoreData(key, 1, &record) != S_OK;
         }
         const double piped = NowNs();
-        failures += plain->FlushAsyncStorage() != S_OK;
+        figures.failures += plain->FlushAsyncStorage() != S_OK;
         const double flushed = NowNs();
         if (round >= 0)
         {
@@ -240,12 +246,21 @@ void MeasureDrain(IWQ_SessionDataIOEx* root)
             flushRounds.push_back((flushed - piped) / 1e6);
         }
     }
-    const double flushMs = Median(flushRounds);
-    std::printf("  StoreData piped, one value:           %9.1f us per call (caller's thread)\n", Median(pipeRounds));
-    std::printf("  FlushAsyncStorage of 1,000 writes:    %9.1f ms until all are committed\n", flushMs);
-    std::printf("  drain rate to the server:             %9.0f writes/s\n", kPipedWrites / (flushMs / 1000));
-    if (failures)
-        std::printf("warning: %zu calls failed\n", failures);
+    figures.pipeUs = Median(pipeRounds);
+    figures.flushMs = Median(flushRounds);
+    figures.rate = kPipedWrites / (figures.flushMs / 1000);
+    return figures;
+}
+
+namespace
+{
+void PrintDrain(const DrainFigures& figures)
+{
+    std::printf("  StoreData piped, one value:           %9.1f us per call (caller's thread)\n", figures.pipeUs);
+    std::printf("  FlushAsyncStorage of 1,000 writes:    %9.1f ms until all are committed\n", figures.flushMs);
+    std::printf("  drain rate to the server:             %9.0f writes/s\n", figures.rate);
+    if (figures.failures)
+        std::printf("warning: %zu calls failed\n", figures.failures);
 }
 } // namespace
 
@@ -253,7 +268,7 @@ void RunRootCallBenchmarks(const wchar_t* program)
 {
     std::printf("\nstorage-root server across processes (WQSessionDataRoot64.exe, SQLite), median of %d rounds\n",
                 kRounds);
-    const XComPtr<IWQ_SessionDataIOEx> root = ActivateRoot(L"sqlite:" + TempDatabase());
+    const XComPtr<IWQ_SessionDataIOEx> root = ActivateBenchRoot(L"sqlite:" + TempDatabase());
     NothingHost host(program);
     XComPtr<IWQ_SessionDataIOEx> nothing;
     if (host.Started())
@@ -276,7 +291,7 @@ void RunRootCallBenchmarks(const wchar_t* program)
         records.push_back(tagSESSIONDATAVALUE{names[static_cast<size_t>(i)], texts[static_cast<size_t>(i)]});
     root->WriteStringList(XWQComBSTR(kKey), 10, records.data());
     MeasureCalls(root.Get(), nothing.Get());
-    MeasureDrain(root.Get());
+    PrintDrain(MeasureDrain(root.Get(), L"Bench\\Drain"));
 }
 
 int RunNothingHost(const wchar_t* readyEvent, const wchar_t* stopEvent)

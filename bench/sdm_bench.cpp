@@ -14,6 +14,7 @@
 // Timing: QueryPerformanceCounter, a warm-up pass, the median of several rounds.
 #include "asyncstorage_bench.h"
 #include "environment_bench.h"
+#include "engines_bench.h"
 #include "rootcall_bench.h"
 #include "sqlstorage_bench.h"
 #include "benchclock.h"
@@ -193,10 +194,12 @@ int main(int argc, char** argv)
     }
     wchar_t program[MAX_PATH] = {};
     ::GetModuleFileNameW(nullptr, program, MAX_PATH);
-    // "environment", "sql", "root": one group only.
-    if (only == "environment" || only == "sql" || only == "root")
+    // "environment", "sql", "root", "engines": one group only.
+    if (only == "environment" || only == "sql" || only == "root" || only == "engines")
     {
-        if (only == "environment")
+        if (only == "engines")
+            RunEngineBenchmarks();
+        else if (only == "environment")
             RunEnvironmentBenchmarks();
         else if (only == "sql")
             RunSqlStorageBenchmarks();
@@ -233,6 +236,7 @@ int main(int argc, char** argv)
     RunEnvironmentBenchmarks();
     RunSqlStorageBenchmarks();
     RunRootCallBenchmarks(program);
+    RunEngineBenchmarks();
     ::CoUninitialize();
     return 0;
 }

@@ -281,3 +281,22 @@ TEST(PostgresConnection, AConnectionTheServerEndedIsMadeAgainAndTheCallSucceeds)
     EXPECT_EQ(S_OK, storage->DeleteKey(XWQComBSTR(L"k")));
     EXPECT_EQ(std::vector<std::string>{"0"}, schema.Raw().Rows("SELECT count(*) FROM sdm_values"));
 }
+
+TEST(PostgresLimits, AKeyPastTheIndexLimitIsRefusedAsTooBigAndNothingIsWritten)
+{
+    PgTestSchema schema;
+    const XComPtr<IWQ_SessionDataStorageEx> storage = NewSqlStorage(schema.Connection());
+    ASSERT_TRUE(storage);
+    // Letters that do not compress: PostgreSQL compresses long index entries first.
+    std::wstring key = L"Long/";
+    unsigned state = 12345;
+    for (int i = 0; i < 4000; ++i)
+    {
+        state = state * 1103515245u + 12345u;
+        key += static_cast<wchar_t>(L'a' + (state >> 16) % 26);
+    }
+    EXPECT_EQ(XSqlError::kTooBig, StorePairs(storage.Get(), key.c_str(), {{L"v", L"1"}}));
+    EXPECT_NE(std::wstring::npos, TakeErrorInfo().description.find(L"PostgreSQL"));
+    EXPECT_EQ(std::vector<std::string>{"0"}, schema.Raw().Rows("SELECT count(*) FROM sdm_keys"));
+    EXPECT_EQ(S_OK, StorePairs(storage.Get(), L"Long/short", {{L"v", L"1"}}));
+}
