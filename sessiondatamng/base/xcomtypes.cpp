@@ -21,6 +21,14 @@ BSTR XNewBstr(const wchar_t* text, size_t length)
     return copy;
 }
 
+std::wstring XLowered(std::wstring_view text)
+{
+    std::wstring lowered(text);
+    if (!lowered.empty())
+        ::CharLowerBuffW(&lowered[0], static_cast<DWORD>(lowered.size()));
+    return lowered;
+}
+
 void XFreeValueRecords(tagSESSIONDATAVALUE* records, ULONG count) noexcept
 {
     if (!records)

@@ -6,6 +6,7 @@
 #include "xsessiondatamng_h.h"
 #include <oleauto.h>
 
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -113,6 +114,13 @@ Array XNewCoTaskArray(ULONG count)
 }
 // A new BSTR of length characters of text (embedded NULs kept); raises out of memory.
 BSTR XNewBstr(const wchar_t* text, size_t length);
+// The text of a BSTR with its length (embedded NULs kept); empty for a null BSTR.
+inline std::wstring_view XBstrView(BSTR text) noexcept
+{
+    return text ? std::wstring_view(text, ::SysStringLen(text)) : std::wstring_view();
+}
+// A lower-cased copy, as XWQComBSTR::ToLower lower-cases (CharLowerBuffW).
+std::wstring XLowered(std::wstring_view text);
 // Value records of count pairs taken from a range in its order, each name and value a new
 // BSTR: nameOf and valueOf give a pair's texts as std::wstring_view.
 template <class Range, class NameOf, class ValueOf>

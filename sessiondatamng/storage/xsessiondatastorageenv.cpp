@@ -1,5 +1,6 @@
 #include "xsessiondatastorageenv.h"
 
+#include "xcomtypes.h"
 #include "xsdmreporter.h"
 #include "xsessiondatastoragereadall.h"
 
@@ -96,18 +97,10 @@ std::wstring Slashed(const XWQComBSTR& text)
     return result;
 }
 
-// text lower-cased as XWQComBSTR::ToLower does.
-std::wstring Lowered(std::wstring text)
-{
-    if (!text.empty())
-        ::CharLowerBuffW(&text[0], static_cast<DWORD>(text.size()));
-    return text;
-}
-
 // Whether the first length characters of name equal lowerKey, compared in lower case.
 bool BeginsWithKey(const std::wstring& name, const std::wstring& lowerKey)
 {
-    return name.size() >= lowerKey.size() && Lowered(name.substr(0, lowerKey.size())) == lowerKey;
+    return name.size() >= lowerKey.size() && XLowered(name.substr(0, lowerKey.size())) == lowerKey;
 }
 
 XWQComBSTR Text(std::wstring_view text)
@@ -206,7 +199,7 @@ HRESULT XSessionDataStorageEnv::ReadData(const XWQComBSTR& key, XStoragePairs& p
     if (filled != S_OK)
         return filled;
 
-    const std::wstring lowerKey = Lowered(Slashed(key));
+    const std::wstring lowerKey = XLowered(Slashed(key));
     const size_t length = lowerKey.size();
     ULONG found = 0;
     for (const auto& variable : m_envCache)
@@ -294,7 +287,7 @@ HRESULT XSessionDataStorageEnv::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
     if (filled != S_OK)
         return filled;
 
-    const std::wstring lowerKey = Lowered(Slashed(key));
+    const std::wstring lowerKey = XLowered(Slashed(key));
     const size_t length = lowerKey.size();
     std::set<std::wstring> listed; // lower-cased, for the comparison regardless of case
     XStorageKeyNames found;
@@ -307,7 +300,7 @@ HRESULT XSessionDataStorageEnv::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
         if (lastSlash == std::wstring::npos || lastSlash == 0)
             continue; // no parent path
         const std::wstring candidate = name.substr(0, lastSlash);
-        if (listed.count(Lowered(candidate)) != 0)
+        if (listed.count(XLowered(candidate)) != 0)
             continue;
         if (recursive != 1)
         {
@@ -317,7 +310,7 @@ HRESULT XSessionDataStorageEnv::GetSubKeys(const XWQComBSTR& key, ULONG recursiv
             if (below.find_first_of(L"\\/") != std::wstring_view::npos)
                 continue;
         }
-        listed.insert(Lowered(candidate));
+        listed.insert(XLowered(candidate));
         found.push_back(Text(candidate));
     }
     std::sort(found.begin(), found.end());

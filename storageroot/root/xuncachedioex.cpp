@@ -10,19 +10,6 @@
 
 namespace
 {
-std::wstring_view TextOf(BSTR text) noexcept
-{
-    return text ? std::wstring_view(text, ::SysStringLen(text)) : std::wstring_view();
-}
-
-std::wstring Lowered(std::wstring_view text)
-{
-    std::wstring lowered(text);
-    if (!lowered.empty())
-        ::CharLowerBuffW(&lowered[0], static_cast<DWORD>(lowered.size()));
-    return lowered;
-}
-
 template <class Layer, class Interface>
 XComPtr<Interface> Bound(REFIID iid, IWQ_SessionDataStorageEx* storage)
 {
@@ -73,7 +60,7 @@ HRESULT XUncachedIOEx::Store(BSTR key, ULONG count, const tagSESSIONDATAVALUE* r
     // Lower-cased names, the later of two equal names winning, as the cached layer stores them.
     std::map<std::wstring, std::wstring_view> named;
     for (ULONG i = 0; i < count; ++i)
-        named[Lowered(TextOf(records[i].bstrValueName))] = TextOf(records[i].bstrValue);
+        named[XLowered(XBstrView(records[i].bstrValueName))] = XBstrView(records[i].bstrValue);
     named.erase(std::wstring());
     if (named.empty())
         return S_FALSE;
@@ -121,11 +108,11 @@ STDMETHODIMP XUncachedIOEx::GetData(BSTR bstrKeyName, BSTR bstrValueName, BSTR* 
         const HRESULT hr = m_storage->ReadData(bstrKeyName, read.CountAddress(), read.ItemsAddress());
         if (hr != S_OK)
             return hr;
-        const std::wstring wanted = Lowered(TextOf(bstrValueName));
+        const std::wstring wanted = XLowered(XBstrView(bstrValueName));
         for (ULONG i = 0; i < read.Count(); ++i)
-            if (Lowered(TextOf(read[i].bstrValueName)) == wanted)
+            if (XLowered(XBstrView(read[i].bstrValueName)) == wanted)
             {
-                const std::wstring_view value = TextOf(read[i].bstrValue);
+                const std::wstring_view value = XBstrView(read[i].bstrValue);
                 *pbstrValue = XNewBstr(value.data(), value.size());
                 return S_OK;
             }
@@ -156,7 +143,7 @@ STDMETHODIMP XUncachedIOEx::GetStringList(BSTR bstrKeyName, ULONG* pulCount, tag
         {
             XWQComBSTR name(read[i].bstrValueName);
             name.ToLower();
-            pairs.emplace_back(std::move(name), TextOf(read[i].bstrValue));
+            pairs.emplace_back(std::move(name), XBstrView(read[i].bstrValue));
         }
         std::stable_sort(pairs.begin(), pairs.end(), [](const auto& a, const auto& b) {
             return ::VarBstrCmp(static_cast<BSTR>(a.first), static_cast<BSTR>(b.first), LOCALE_USER_DEFAULT, 0) ==

@@ -19,19 +19,6 @@ const XSdmReporter& Report()
     return report;
 }
 
-std::wstring_view TextOf(BSTR text) noexcept
-{
-    return text ? std::wstring_view(text, ::SysStringLen(text)) : std::wstring_view();
-}
-
-std::wstring Lowered(std::wstring_view text)
-{
-    std::wstring lowered(text);
-    if (!lowered.empty())
-        ::CharLowerBuffW(&lowered[0], static_cast<DWORD>(lowered.size()));
-    return lowered;
-}
-
 void Bind(XSqlStatement& statement, std::initializer_list<std::wstring_view> texts)
 {
     int parameter = 1;
@@ -77,13 +64,13 @@ HRESULT XSessionDataStorageSql::Store(const std::wstring& scope, BSTR key, ULONG
 {
     if (count == 0)
         return S_FALSE;
-    const XSqlKey target = XSqlKeyOf(TextOf(key));
+    const XSqlKey target = XSqlKeyOf(XBstrView(key));
     // One row per name, sorted: of two records with the same name the later one wins (array
     // order), and every writer takes the rows in one order.
     std::map<std::wstring, std::wstring_view> named;
     for (ULONG i = 0; i < count; ++i)
-        named[lowerNames ? Lowered(TextOf(records[i].bstrValueName)) : std::wstring(TextOf(records[i].bstrValueName))] =
-            TextOf(records[i].bstrValue);
+        named[lowerNames ? XLowered(XBstrView(records[i].bstrValueName)) : std::wstring(XBstrView(records[i].bstrValueName))] =
+            XBstrView(records[i].bstrValue);
     const XSqlDialect& dialect = m_connection->Dialect();
     if (!dialect.HoldsNul())
         for (const auto& [name, value] : named)
@@ -106,7 +93,7 @@ HRESULT XSessionDataStorageSql::Store(const std::wstring& scope, BSTR key, ULONG
 HRESULT XSessionDataStorageSql::Read(const std::wstring& scope, BSTR key, ULONG* count,
                                      tagSESSIONDATAVALUE** records)
 {
-    const XSqlKey target = XSqlKeyOf(TextOf(key));
+    const XSqlKey target = XSqlKeyOf(XBstrView(key));
     std::vector<Pair> pairs;
     Attempt([&] {
         pairs.clear();
@@ -128,7 +115,7 @@ HRESULT XSessionDataStorageSql::Read(const std::wstring& scope, BSTR key, ULONG*
 HRESULT XSessionDataStorageSql::SubKeys(const std::wstring& scope, BSTR key, ULONG recursive, ULONG* count,
                                         BSTR** names)
 {
-    const XSqlKey target = XSqlKeyOf(TextOf(key));
+    const XSqlKey target = XSqlKeyOf(XBstrView(key));
     std::vector<Pair> keys;  // norm, text
     const bool exists = Attempt([&] {
         keys.clear();
@@ -162,7 +149,7 @@ HRESULT XSessionDataStorageSql::SubKeys(const std::wstring& scope, BSTR key, ULO
 
 HRESULT XSessionDataStorageSql::Delete(const std::wstring& scope, BSTR key)
 {
-    const XSqlKey target = XSqlKeyOf(TextOf(key));
+    const XSqlKey target = XSqlKeyOf(XBstrView(key));
     if (target.norm.empty())
         return Report().Refuse(__LINE__, XSDM_FUNCTION_NAME(L"XSessionDataStorageSql::DeleteKey"), E_INVALIDARG,
                                L"the root key cannot be deleted");

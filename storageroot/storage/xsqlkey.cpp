@@ -1,16 +1,11 @@
 #include "xsqlkey.h"
 
+#include "xcomtypes.h"
+
 #include <windows.h>
 
 namespace
 {
-std::wstring Lowered(std::wstring text)
-{
-    if (!text.empty())
-        ::CharLowerBuffW(&text[0], static_cast<DWORD>(text.size()));
-    return text;
-}
-
 std::wstring ParentOf(const std::wstring& norm)
 {
     const size_t slash = norm.rfind(L'/');
@@ -35,7 +30,7 @@ XSqlKey XSqlKeyOf(std::wstring_view key)
         }
         start = end + 1;
     }
-    result.norm = Lowered(result.text);
+    result.norm = XLowered(result.text);
     result.parent = ParentOf(result.norm);
     return result;
 }
