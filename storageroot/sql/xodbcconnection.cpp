@@ -227,6 +227,9 @@ private:
         if (rc != SQL_NO_DATA && !Succeeded(::SQLNumResultCols(Get(), &columns)))
             Fail(L"XSqlStatement::Step");
         m_columns = columns;
+        // Room for every column at once: a text handed out stays where it is while the next
+        // column is read (ColumnText gives views into the row).
+        m_row.reserve(static_cast<size_t>(columns));
     }
 
     std::wstring ReadColumn(SQLUSMALLINT column)
