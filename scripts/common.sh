@@ -3,7 +3,8 @@ set -euo pipefail
 
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 BUILD_DIR="${WQ_BUILD_DIR:-$ROOT/build}"
-PACKAGES=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine64 libwine-dev cmake make googletest)
+PACKAGES=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine64 libwine-dev cmake make googletest libcli11-dev
+  nlohmann-json3-dev)
 # Tools needed as commands, with the package that brings each when it is missing (a machine may
 # have one from elsewhere, as npm with its own Node.js): npm fetches the pinned SQLite sources
 # (npm pack), sqlite3 checks the database files from outside.

@@ -128,3 +128,11 @@ add_test(NAME RootRestart.AStreamOfAsynchronousWritesSurvivesADatabaseRestart
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/pg_restart.sh ${CMAKE_BINARY_DIR})
 set_tests_properties(RootRestart.AStreamOfAsynchronousWritesSurvivesADatabaseRestart PROPERTIES
                      FIXTURES_REQUIRED wq_root_registered TIMEOUT 300 LABELS module)
+
+# sdmctl, run as a child process as a user runs it (against the registered module and server).
+add_library(wq_sdmctltest STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/sdmctltest.cpp)
+target_include_directories(wq_sdmctltest PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
+target_link_libraries(wq_sdmctltest PUBLIC wq_moduletest gtest)
+wq_add_root_test(test_sdmctl FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_sdmctl.cpp)
+target_link_libraries(test_sdmctl PRIVATE wq_sdmctltest wq_hostheaders)
+add_dependencies(test_sdmctl sdmctl)
