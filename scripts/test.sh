@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Test job: build with GCC and with clang, start a throwaway PostgreSQL cluster on 127.0.0.1, run
+# Test job: build with GCC and with clang, start a throwaway PostgreSQL cluster on 127.0.0.1 (tmux
+# drives sdmctl's shell at a terminal), run
 # every test of the GCC build under Wine with ctest, then the unit tests of the clang build (the
 # second ctest's summary closes the output), and stop and remove the cluster.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 source "$(dirname "${BASH_SOURCE[0]}")/postgres.sh"
 ensure_packages
 ensure_tools
-ensure_packages "${CLANG_PACKAGES[@]}" "${PG_PACKAGES[@]}"
+ensure_packages "${CLANG_PACKAGES[@]}" "${PG_PACKAGES[@]}" tmux
 build_all
 build_all_clang
 trap pg_cluster_stop EXIT

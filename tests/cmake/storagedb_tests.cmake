@@ -136,3 +136,7 @@ target_link_libraries(wq_sdmctltest PUBLIC wq_moduletest gtest)
 wq_add_root_test(test_sdmctl FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_sdmctl.cpp)
 target_link_libraries(test_sdmctl PRIVATE wq_sdmctltest wq_hostheaders)
 add_dependencies(test_sdmctl sdmctl)
+add_test(NAME SdmctlHost.TheShellAtATerminalKeepsItsHistory
+         COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/sdmctl_shell.sh ${CMAKE_BINARY_DIR})
+set_tests_properties(SdmctlHost.TheShellAtATerminalKeepsItsHistory PROPERTIES
+                     FIXTURES_REQUIRED wq_root_registered TIMEOUT 120 LABELS module)
