@@ -14,6 +14,7 @@
 // Timing: QueryPerformanceCounter, a warm-up pass, the median of several rounds.
 #include "asyncstorage_bench.h"
 #include "environment_bench.h"
+#include "ctl_bench.h"
 #include "engines_bench.h"
 #include "rootcall_bench.h"
 #include "sqlstorage_bench.h"
@@ -195,9 +196,11 @@ int main(int argc, char** argv)
     wchar_t program[MAX_PATH] = {};
     ::GetModuleFileNameW(nullptr, program, MAX_PATH);
     // "environment", "sql", "root", "engines": one group only.
-    if (only == "environment" || only == "sql" || only == "root" || only == "engines")
+    if (only == "environment" || only == "sql" || only == "root" || only == "engines" || only == "ctl")
     {
-        if (only == "engines")
+        if (only == "ctl")
+            RunCtlBenchmarks(program);
+        else if (only == "engines")
             RunEngineBenchmarks();
         else if (only == "environment")
             RunEnvironmentBenchmarks();
@@ -237,6 +240,7 @@ int main(int argc, char** argv)
     RunSqlStorageBenchmarks();
     RunRootCallBenchmarks(program);
     RunEngineBenchmarks();
+    RunCtlBenchmarks(program);
     ::CoUninitialize();
     return 0;
 }

@@ -72,6 +72,10 @@ std::vector<std::wstring> XCtlReadSubKeys(IWQ_SessionDataMng* manager, SESSIONDA
 
 std::vector<XCtlKeyValues> XCtlReadTree(IWQ_SessionDataMng* manager, SESSIONDATATYPE category, const std::wstring& key)
 {
+    // The whole subtree into the category's cache in one call where the layer can (a database
+    // answers it in one round trip); the reads below then come from the cache. Where it cannot,
+    // they read key by key.
+    manager->UploadCache(XWQComBSTR(key.c_str()), category);
     std::vector<XCtlKeyValues> tree;
     if (!key.empty())
         tree.push_back({key, XCtlReadValues(manager, category, key)});
