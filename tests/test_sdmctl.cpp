@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cstdio>
 #include <fstream>
+#include <thread>
 
 using nlohmann::json;
 
@@ -340,4 +341,41 @@ TEST(Sdmctl, TheShellKeepsTheVolatileCategoryForItsWholeSession)
     EXPECT_TRUE(Has(shell.out, "two words\n")) << shell.out;
     // A new process has a new volatile category.
     EXPECT_EQ(1, app.Run({"get", "Session", "id", "-c", "volatile"}).exitCode);
+}
+
+TEST(Sdmctl, TheEnvironmentCategoryLivesInTheProcessOfTheShell)
+{
+    ToolApp app;
+    const ToolRun shell = app.Run({"--bind", "user1=env", "shell"}, "set Session/Env token abc -c user1\n"
+                                                                     "get Session/Env token -c user1\n"
+                                                                     "list Session/Env -c user1 --json\n"
+                                                                     "status\n"
+                                                                     "exit\n");
+    EXPECT_EQ(0, shell.exitCode) << shell.err;
+    EXPECT_TRUE(Has(shell.out, "sdmctl> abc\n")) << shell.out;
+    EXPECT_TRUE(Has(shell.out, "{\"name\":\"token\",\"value\":\"abc\",\"category\":\"user1\"}")) << shell.out;
+    EXPECT_TRUE(Has(shell.out, "user1     environment  env")) << shell.out;
+}
+
+TEST(Sdmctl, LogFollowPrintsWhatIsAddedToTheLogBook)
+{
+    ToolApp app;
+    wchar_t path[MAX_PATH] = {};
+    ASSERT_TRUE(::GetEnvironmentVariableW(L"WQSDM_LOGBOOK", path, MAX_PATH));
+    const auto append = [&path](const char* line) {
+        FILE* file = _wfopen(path, L"ab");
+        ASSERT_TRUE(file);
+        std::fputs(line, file);
+        std::fclose(file);
+    };
+    append("2026-11-24T07:00:00.000Z\tpid=1\ttid=1\tsev=8\tWQSessionDataMng\tTest::Line\tx:1\thr=0x80004005\tbefore\n");
+    // The follower runs until it is ended; a second line appended meanwhile must show.
+    std::thread writer([&append] {
+        ::Sleep(1500);
+        append("2026-11-24T07:00:01.000Z\tpid=1\ttid=1\tsev=8\tWQSessionDataMng\tTest::Line\tx:1\thr=0x80004005\tafter\n");
+    });
+    const ToolRun follow = RunToolFor({"log", "-n", "1", "--follow"}, 4000);
+    writer.join();
+    EXPECT_TRUE(Has(follow.out, "\tbefore\n")) << follow.out;
+    EXPECT_TRUE(Has(follow.out, "\tafter\n")) << follow.out;
 }

@@ -78,7 +78,22 @@ std::vector<std::string> SubKeys(HKEY hive)
 }
 } // namespace
 
+// Runs the program; ends it after milliseconds when end is set.
+static ToolRun RunToolWithin(const std::vector<std::string>& arguments, const std::string& input,
+                             unsigned milliseconds, bool end);
+
 ToolRun RunTool(const std::vector<std::string>& arguments, const std::string& input)
+{
+    return RunToolWithin(arguments, input, 300000, false);
+}
+
+ToolRun RunToolFor(const std::vector<std::string>& arguments, unsigned milliseconds)
+{
+    return RunToolWithin(arguments, std::string(), milliseconds, true);
+}
+
+static ToolRun RunToolWithin(const std::vector<std::string>& arguments, const std::string& input,
+                             unsigned milliseconds, bool end)
 {
     ToolRun run;
     SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
@@ -112,7 +127,9 @@ ToolRun RunTool(const std::vector<std::string>& arguments, const std::string& in
             ::WriteFile(inWrite, input.data(), static_cast<DWORD>(input.size()), &written, nullptr);
         ::CloseHandle(inWrite);
         inWrite = nullptr;
-        ::WaitForSingleObject(process.hProcess, 300000);
+        if (::WaitForSingleObject(process.hProcess, milliseconds) != WAIT_OBJECT_0 && end)
+            ::TerminateProcess(process.hProcess, static_cast<UINT>(-1));
+        ::WaitForSingleObject(process.hProcess, 30000);
         DWORD code = 0;
         ::GetExitCodeProcess(process.hProcess, &code);
         run.exitCode = static_cast<int>(code);

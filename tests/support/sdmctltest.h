@@ -15,6 +15,8 @@ struct ToolRun
 
 // Runs sdmctl.exe (beside the test program) with arguments (UTF-8) and input on its stdin.
 ToolRun RunTool(const std::vector<std::string>& arguments, const std::string& input = std::string());
+// The same for a program that runs until it is ended: ended after milliseconds (exit code -1).
+ToolRun RunToolFor(const std::vector<std::string>& arguments, unsigned milliseconds);
 
 // An application of the running test: its name, the options that bind its categories (userdb in a
 // database file of its own, not the user's default), and its registry keys and file removed
