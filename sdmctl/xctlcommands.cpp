@@ -229,7 +229,7 @@ int XCtlCommands::Get()
     const XWQComBSTR key = Bstr(m_options.key), name = Bstr(m_options.name);
     for (const XCtlCategory& each : Across(session, category))
     {
-        XCtlVariant value;
+        XVariant value;
         IWQ_SessionDataMng* manager = session.Manager();
         const HRESULT hr = m_options.decrypt ? manager->GetDataEncrypt(key, name, type, &value.Get(), each.type)
                                              : manager->GetData(key, name, type, &value.Get(), each.type);
@@ -252,7 +252,7 @@ int XCtlCommands::Set()
 {
     const XCtlCategory category = OneCategory(m_options.category, "set");
     const VARTYPE type = XCtlParseType(m_options.type);
-    XCtlVariant value;
+    XVariant value;
     if (m_options.encrypt)
     {
         if (type != VT_BSTR)

@@ -48,9 +48,9 @@ std::vector<std::string> XCtlTypeNames()
     return names;
 }
 
-void XCtlValueOf(const std::string& text, VARTYPE type, XCtlVariant& value)
+void XCtlValueOf(const std::string& text, VARTYPE type, XVariant& value)
 {
-    XCtlVariant source;
+    XVariant source;
     const std::wstring wide = XCtlWide(text);
     source.Get().vt = VT_BSTR;
     source.Get().bstrVal = ::SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
@@ -68,7 +68,7 @@ std::string XCtlTextOf(const VARIANT& value)
 {
     if (value.vt == VT_BSTR)
         return value.bstrVal ? XCtlUtf8(std::wstring(value.bstrVal, ::SysStringLen(value.bstrVal))) : std::string();
-    XCtlVariant text;
+    XVariant text;
     const HRESULT hr = ::VariantChangeTypeEx(&text.Get(), const_cast<VARIANT*>(&value), LOCALE_INVARIANT,
                                              VARIANT_ALPHABOOL, VT_BSTR);
     XCtlCheck(hr, "the value cannot be shown as text");

@@ -4,6 +4,8 @@
 // (a '.' for decimals, ISO-like dates), so scripts see the same on every machine.
 #pragma once
 
+#include "xcomtypes.h"
+
 #include <oaidl.h>
 
 #include <string>
@@ -13,23 +15,8 @@ VARTYPE XCtlParseType(const std::string& name);
 const char* XCtlTypeName(VARTYPE type);
 std::vector<std::string> XCtlTypeNames();
 
-// A VARIANT that owns its content.
-class XCtlVariant
-{
-public:
-    XCtlVariant() noexcept { ::VariantInit(&m_value); }
-    ~XCtlVariant() { ::VariantClear(&m_value); }
-    XCtlVariant(const XCtlVariant&) = delete;
-    XCtlVariant& operator=(const XCtlVariant&) = delete;
-    VARIANT& Get() noexcept { return m_value; }
-    const VARIANT& Get() const noexcept { return m_value; }
-
-private:
-    VARIANT m_value;
-};
-
 // text (UTF-8) as a value of type; XCtlUsageError when it is not one.
-void XCtlValueOf(const std::string& text, VARTYPE type, XCtlVariant& value);
+void XCtlValueOf(const std::string& text, VARTYPE type, XVariant& value);
 // A value as text (UTF-8).
 std::string XCtlTextOf(const VARIANT& value);
 // Whether a value's type is a number or a boolean (written bare in JSON).

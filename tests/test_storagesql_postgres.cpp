@@ -16,16 +16,6 @@
 
 namespace
 {
-HRESULT OpenFails(const std::wstring& connection, std::wstring* message = nullptr)
-{
-    HRESULT hr = S_OK;
-    const XComPtr<IWQ_SessionDataStorageEx> storage = NewSqlStorage(connection, &hr);
-    if (message)
-        *message = TakeErrorInfo().description;
-    EXPECT_FALSE(storage);
-    return hr;
-}
-
 // The test connection text with one attribute's value replaced (or the attribute added).
 std::wstring WithAttribute(std::wstring text, const std::wstring& key, const std::wstring& value)
 {

@@ -7,20 +7,6 @@
 
 #include <gtest/gtest.h>
 
-
-namespace
-{
-HRESULT OpenFails(const std::wstring& connection, std::wstring* message = nullptr)
-{
-    HRESULT hr = S_OK;
-    const XComPtr<IWQ_SessionDataStorageEx> storage = NewSqlStorage(connection, &hr);
-    if (message)
-        *message = TakeErrorInfo().description;
-    EXPECT_FALSE(storage);
-    return hr;
-}
-} // namespace
-
 TEST(SqlStorageSchema, ANewFileGetsTheCurrentSchema)
 {
     TestDatabaseFile file;

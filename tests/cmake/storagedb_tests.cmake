@@ -132,7 +132,7 @@ set_tests_properties(RootRestart.AStreamOfAsynchronousWritesSurvivesADatabaseRes
 # sdmctl, run as a child process as a user runs it (against the registered module and server).
 add_library(wq_sdmctltest STATIC ${CMAKE_CURRENT_SOURCE_DIR}/support/sdmctltest.cpp)
 target_include_directories(wq_sdmctltest PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/support)
-target_link_libraries(wq_sdmctltest PUBLIC wq_moduletest gtest)
+target_link_libraries(wq_sdmctltest PUBLIC wq_moduletest sdm_ctl gtest)
 wq_add_root_test(test_sdmctl FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_sdmctl.cpp)
 target_link_libraries(test_sdmctl PRIVATE wq_sdmctltest wq_hostheaders)
 add_dependencies(test_sdmctl sdmctl)

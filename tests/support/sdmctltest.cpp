@@ -1,6 +1,7 @@
 #include "sdmctltest.h"
 
 #include "moduletest.h"
+#include "xctlfailure.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -10,16 +11,6 @@
 
 namespace
 {
-std::wstring Wide(const std::string& text)
-{
-    if (text.empty())
-        return std::wstring();
-    const int size = ::MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    std::wstring wide(static_cast<size_t>(size), L'\0');
-    ::MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(), size);
-    return wide;
-}
-
 std::string Narrow(const std::wstring& text)
 {
     std::string narrow;
@@ -106,7 +97,7 @@ static ToolRun RunToolWithin(const std::vector<std::string>& arguments, const st
         ::SetHandleInformation(ours, HANDLE_FLAG_INHERIT, 0);
     std::wstring command = Quoted(BinaryPath(L"sdmctl.exe"));
     for (const std::string& argument : arguments)
-        command += L" " + Quoted(Wide(argument));
+        command += L" " + Quoted(XCtlWide(argument));
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
@@ -151,14 +142,14 @@ ToolApp::ToolApp()
     m_name = "SdmctlTest-" + std::to_string(::GetCurrentProcessId()) + "-" + (info ? info->name() : "none");
     wchar_t folder[MAX_PATH] = {};
     ::GetTempPathW(MAX_PATH, folder);
-    m_database = std::wstring(folder) + Wide(m_name) + L".db";
+    m_database = std::wstring(folder) + XCtlWide(m_name) + L".db";
     for (const wchar_t* suffix : {L"", L"-wal", L"-shm"})
         m_files.push_back(m_database + suffix);
 }
 
 ToolApp::~ToolApp()
 {
-    const std::wstring key = L"Software\\" + Wide(m_name);
+    const std::wstring key = L"Software\\" + XCtlWide(m_name);
     ::RegDeleteTreeW(HKEY_CURRENT_USER, key.c_str());
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, key.c_str());
     // The server closes the file when its last root object is released (about 3 s later).
@@ -187,7 +178,7 @@ std::string ToolApp::File(const std::string& suffix)
 {
     wchar_t folder[MAX_PATH] = {};
     ::GetTempPathW(MAX_PATH, folder);
-    const std::wstring path = std::wstring(folder) + Wide(m_name + suffix);
+    const std::wstring path = std::wstring(folder) + XCtlWide(m_name + suffix);
     m_files.push_back(path);
     return Narrow(path);
 }

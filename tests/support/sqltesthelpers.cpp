@@ -1,6 +1,7 @@
 #include "sqltesthelpers.h"
 
 #include "pgtesthelpers.h"
+#include "testenv.h"
 
 #include "xsdmreporter.h"
 #include "xsessiondatastoragesql.h"
@@ -157,4 +158,14 @@ std::vector<std::string> TestSqlDatabase::Rows(const std::string& sql)
 std::string TestSqlDatabase::Error() const
 {
     return m_schema ? m_schema->Raw().Error() : m_sqlite ? m_sqlite->Error() : std::string();
+}
+
+HRESULT OpenFails(const std::wstring& connection, std::wstring* message)
+{
+    HRESULT hr = S_OK;
+    const XComPtr<IWQ_SessionDataStorageEx> storage = NewSqlStorage(connection, &hr);
+    if (message)
+        *message = TakeErrorInfo().description;
+    EXPECT_FALSE(storage);
+    return hr;
 }

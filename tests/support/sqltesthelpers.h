@@ -65,6 +65,8 @@ private:
 // A SQL storage over the database that connection names (XSqlConnect); null, with the failure in
 // *hr, when it cannot be opened.
 XComPtr<IWQ_SessionDataStorageEx> NewSqlStorage(const std::wstring& connection, HRESULT* hr = nullptr);
+// Expects opening a storage on connection to fail: the HRESULT, the error info's text in *message.
+HRESULT OpenFails(const std::wstring& connection, std::wstring* message = nullptr);
 // The storage as its base interface.
 inline IWQ_SessionDataStorage* Base(const XComPtr<IWQ_SessionDataStorageEx>& storage)
 {
