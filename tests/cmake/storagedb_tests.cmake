@@ -140,3 +140,8 @@ add_test(NAME SdmctlHost.TheShellAtATerminalKeepsItsHistory
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/host/sdmctl_shell.sh ${CMAKE_BINARY_DIR})
 set_tests_properties(SdmctlHost.TheShellAtATerminalKeepsItsHistory PROPERTIES
                      FIXTURES_REQUIRED wq_root_registered TIMEOUT 120 LABELS module)
+
+# Leak and handle checks per storage kind, through the registered classes (as a client binds them).
+wq_add_root_test(test_leaks_storagekinds FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_leaks_storagekinds.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/support/processresources.cpp)
+target_link_libraries(test_leaks_storagekinds PRIVATE sdm_ctl)
