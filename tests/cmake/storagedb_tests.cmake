@@ -145,3 +145,14 @@ set_tests_properties(SdmctlHost.TheShellAtATerminalKeepsItsHistory PROPERTIES
 wq_add_root_test(test_leaks_storagekinds FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_leaks_storagekinds.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/support/processresources.cpp)
 target_link_libraries(test_leaks_storagekinds PRIVATE sdm_ctl)
+
+# The bad-input matrix of the manager, through the registered classes; also under Wine's heap
+# checks, where any heap warning fails it.
+wq_add_root_test(test_badinput_matrix FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_badinput_matrix.cpp)
+target_link_libraries(test_badinput_matrix PRIVATE sdm_ctl)
+gtest_discover_tests(test_badinput_matrix
+  TEST_PREFIX "HeapChecked."
+  DISCOVERY_MODE PRE_TEST
+  DISCOVERY_TIMEOUT 300
+  PROPERTIES TIMEOUT 300 FIXTURES_REQUIRED wq_root_registered LABELS module
+             ENVIRONMENT "WINEDEBUG=warn+heap;OANOCACHE=1" FAIL_REGULAR_EXPRESSION "warn:heap")
