@@ -156,3 +156,10 @@ gtest_discover_tests(test_badinput_matrix
   DISCOVERY_TIMEOUT 300
   PROPERTIES TIMEOUT 300 FIXTURES_REQUIRED wq_root_registered LABELS module
              ENVIRONMENT "WINEDEBUG=warn+heap;OANOCACHE=1" FAIL_REGULAR_EXPRESSION "warn:heap")
+
+# The soak (its short mode here; --seconds for a long run), through the registered classes.
+add_executable(sdm_soak ${CMAKE_CURRENT_SOURCE_DIR}/soak/sdm_soak.cpp)
+target_link_libraries(sdm_soak PRIVATE sdm_ctl user32)
+add_dependencies(sdm_soak WQSessionDataMng64 WQSessionDataRoot64)
+add_test(NAME Soak.ShortRun COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 30)
+set_tests_properties(Soak.ShortRun PROPERTIES FIXTURES_REQUIRED wq_root_registered TIMEOUT 300 LABELS module)
