@@ -163,3 +163,7 @@ target_link_libraries(sdm_soak PRIVATE sdm_ctl user32)
 add_dependencies(sdm_soak WQSessionDataMng64 WQSessionDataRoot64)
 add_test(NAME Soak.ShortRun COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 30)
 set_tests_properties(Soak.ShortRun PROPERTIES FIXTURES_REQUIRED wq_root_registered TIMEOUT 300 LABELS module)
+add_test(NAME HeapChecked.Soak.ShortRun
+         COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 20)
+set_tests_properties(HeapChecked.Soak.ShortRun PROPERTIES FIXTURES_REQUIRED wq_root_registered TIMEOUT 300
+                     LABELS module ENVIRONMENT "WINEDEBUG=warn+heap" FAIL_REGULAR_EXPRESSION "warn:heap")
