@@ -31,9 +31,10 @@ public:
     void FlushAsync();
     // A root object (out of process) for its configuration interface.
     XComPtr<IWQ_SessionDataRootConfig> RootConfig();
+    // A new storage as spec says (not bound), for a client that binds or rebinds itself.
+    XComPtr<IWQ_SessionDataStorage> NewStorage(const XCtlStorageSpec& spec);
 
 private:
-    XComPtr<IWQ_SessionDataStorage> NewStorage(const XCtlStorageSpec& spec);
     XComPtr<IWQ_SessionDataIOEx> Root(const std::wstring& connection);
 
     XCtlProfile m_profile;

@@ -46,6 +46,7 @@ struct Totals
     std::atomic<long long> failures{0};
     std::atomic<long long> wrongReads{0};
     std::atomic<long long> flushes{0};
+    std::atomic<long long> rebindings{0};
 };
 
 SESSIONDATATYPE Cat(int number)
@@ -74,9 +75,9 @@ struct Model
 class Worker
 {
 public:
-    Worker(int index, bool sta, unsigned seed, Totals& totals, const std::atomic<bool>& stop)
+    Worker(int index, bool sta, unsigned seed, Totals& totals, const std::atomic<bool>& stop, XCtlSession& session)
         : m_index(index), m_sta(sta), m_random(seed + static_cast<unsigned>(index) * 7919u), m_totals(totals),
-          m_stop(stop)
+          m_stop(stop), m_session(session)
     {
     }
     void Run()
@@ -179,6 +180,17 @@ private:
             Fail(manager->GetStringList(keyText, list.CountAddress(), list.ItemsAddress(), Cat(category)),
                  "GetStringList");
         }
+        else if (roll < 87)
+        {
+            // Rebinding a category whose storage keeps its values (the registry, the environment)
+            // to a new storage of the same place: nothing written is lost.
+            static const int kRebindable[] = {4, 3, 1};
+            const int rebound = kRebindable[Pick(3)];
+            const XCtlStorageSpec& spec = m_session.Profile().bindings.at(rebound).second;
+            const XComPtr<IWQ_SessionDataStorage> storage = m_session.NewStorage(spec);
+            Fail(manager->SetStorage(storage.Get(), Cat(rebound), spec.cached ? 1 : -1), "SetStorage");
+            m_totals.rebindings.fetch_add(1);
+        }
         else if (roll < 90)
         {
             XBstrArray keys;
@@ -227,6 +239,7 @@ private:
     std::mt19937 m_random;
     Totals& m_totals;
     const std::atomic<bool>& m_stop;
+    XCtlSession& m_session;
     std::atomic<long long> m_progress{0};
     Model m_model;
     std::set<int> m_deletedSinceFlush;
@@ -304,7 +317,7 @@ int main(int argc, char** argv)
         std::atomic<bool> stop{false};
         std::vector<std::unique_ptr<Worker>> workers;
         for (int i = 0; i < options.threads; ++i)
-            workers.push_back(std::make_unique<Worker>(i, i % 2 == 1, options.seed, totals, stop));
+            workers.push_back(std::make_unique<Worker>(i, i % 2 == 1, options.seed, totals, stop, session));
         std::vector<std::thread> threads;
         for (auto& worker : workers)
             threads.emplace_back([&worker] { worker->Run(); });
@@ -343,10 +356,11 @@ int main(int argc, char** argv)
         const double seconds = (::GetTickCount() - start) / 1000.0;
         const long long wrong = Check(workers);
         std::printf("soak: %d threads (%d in single-threaded apartments), %.0f s, %lld operations (%.0f/s), "
-                    "%lld flushes, %lld failed calls, %lld wrong reads during the run, %lld lost or invented values "
+                    "%lld flushes, %lld rebindings, %lld failed calls, %lld wrong reads during the run, %lld lost or invented values "
                     "at the end\n",
                     options.threads, options.threads / 2, seconds, totals.operations.load(),
-                    totals.operations.load() / seconds, totals.flushes.load(), totals.failures.load(),
+                    totals.operations.load() / seconds, totals.flushes.load(), totals.rebindings.load(),
+                    totals.failures.load(),
                     totals.wrongReads.load(), wrong);
         result = totals.failures.load() == 0 && totals.wrongReads.load() == 0 && wrong == 0 ? 0 : 1;
     }
