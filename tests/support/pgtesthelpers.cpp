@@ -1,5 +1,7 @@
 #include "pgtesthelpers.h"
 
+#include "storagetesthelpers.h"
+
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -15,18 +17,6 @@ namespace
 bool Succeeded(SQLRETURN rc)
 {
     return rc == SQL_SUCCESS || rc == SQL_SUCCESS_WITH_INFO;
-}
-
-std::string Utf8Of(const std::wstring& text)
-{
-    if (text.empty())
-        return std::string();
-    const int size = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
-                                           nullptr, nullptr);
-    std::string utf8(size, '\0');
-    ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), utf8.data(), size, nullptr,
-                          nullptr);
-    return utf8;
 }
 
 std::wstring WideOf(const std::string& text)
@@ -47,7 +37,7 @@ std::string Diagnostics(SQLSMALLINT type, SQLHANDLE handle)
     SQLSMALLINT length = 0;
     if (!Succeeded(::SQLGetDiagRecW(type, handle, 1, state, &native, text, 1024, &length)))
         return "no diagnostics";
-    return Utf8Of(reinterpret_cast<wchar_t*>(state)) + " " + Utf8Of(reinterpret_cast<wchar_t*>(text));
+    return Utf8(reinterpret_cast<wchar_t*>(state)) + " " + Utf8(reinterpret_cast<wchar_t*>(text));
 }
 
 // A name of the running test that PostgreSQL takes unquoted: "t_" and a hash of the test's name.
@@ -155,7 +145,7 @@ std::vector<std::string> RawOdbc::Rows(const std::string& sql)
                 if (rc == SQL_SUCCESS)
                     break;
             }
-            row += (column > 1 ? "|" : "") + (isNull ? std::string("<null>") : Utf8Of(value));
+            row += (column > 1 ? "|" : "") + (isNull ? std::string("<null>") : Utf8(value));
         }
         rows.push_back(row);
     }
