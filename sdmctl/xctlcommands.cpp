@@ -477,8 +477,8 @@ int XCtlCommands::Status()
             rows.push_back(row);
             continue;
         }
-        const std::string spec = XCtlFormatStorageSpec(binding->second.second);
-        row["spec"] = spec;
+        const std::string where = XCtlFormatStorageTarget(binding->second.second);
+        row["target"] = where;
         try
         {
             session.Ensure(category);
@@ -489,14 +489,14 @@ int XCtlCommands::Status()
             row["bound"] = true;
             row["storage"] = StorageKindName(kind);
             row["asyncError"] = FAILED(async) ? Json(Hex(async)) : Json(nullptr);
-            std::snprintf(line, sizeof line, "%-9s %-12s %s%s\n", category.name, StorageKindName(kind), spec.c_str(),
+            std::snprintf(line, sizeof line, "%-9s %-12s %s%s\n", category.name, StorageKindName(kind), where.c_str(),
                           FAILED(async) ? ("  last asynchronous error " + Hex(async)).c_str() : "");
         }
         catch (const std::exception& e)
         {
             row["bound"] = false;
             row["error"] = e.what();
-            std::snprintf(line, sizeof line, "%-9s %-12s %s  cannot be bound: %s\n", category.name, "-", spec.c_str(),
+            std::snprintf(line, sizeof line, "%-9s %-12s %s  cannot be bound: %s\n", category.name, "-", where.c_str(),
                           e.what());
             result = kExitFailure;
         }

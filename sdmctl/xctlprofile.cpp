@@ -7,12 +7,12 @@
 
 namespace
 {
-void Bind(XCtlProfile& profile, const std::string& category, const std::string& spec)
+void Bind(XCtlProfile& profile, const std::string& category, const std::string& where)
 {
     const XCtlCategory parsed = XCtlParseCategory(category);
     if (parsed.number == 0)
         throw XCtlUsageError("the category 'all' cannot be bound: it reads across the others");
-    profile.bindings[parsed.number] = {parsed, XCtlParseStorageSpec(spec)};
+    profile.bindings[parsed.number] = {parsed, XCtlParseStorageTarget(where)};
 }
 } // namespace
 
@@ -49,12 +49,12 @@ void XCtlLoadProfile(const std::string& path, XCtlProfile& profile)
     if (!json.contains("bindings"))
         return;
     if (!json["bindings"].is_object())
-        throw XCtlUsageError("profile " + path + ": \"bindings\" is an object of category: storage spec");
-    for (const auto& [category, spec] : json["bindings"].items())
+        throw XCtlUsageError("profile " + path + ": \"bindings\" is an object of category: storage target");
+    for (const auto& [category, where] : json["bindings"].items())
     {
-        if (!spec.is_string())
-            throw XCtlUsageError("profile " + path + ": the binding of " + category + " is not a storage spec text");
-        Bind(profile, category, spec.get<std::string>());
+        if (!where.is_string())
+            throw XCtlUsageError("profile " + path + ": the binding of " + category + " is not a storage target text");
+        Bind(profile, category, where.get<std::string>());
     }
 }
 
@@ -62,6 +62,6 @@ void XCtlApplyBind(const std::string& binding, XCtlProfile& profile)
 {
     const size_t equals = binding.find('=');
     if (equals == std::string::npos)
-        throw XCtlUsageError("--bind takes CATEGORY=SPEC, not '" + binding + "'");
+        throw XCtlUsageError("--bind takes CATEGORY=STORAGE, not '" + binding + "'");
     Bind(profile, binding.substr(0, equals), binding.substr(equals + 1));
 }

@@ -8,14 +8,14 @@
 //     user     registry:HKCU\Software\NAME
 //     volatile volatile                                  (lives as long as the process: a shell)
 //   all of them cached; user1..user3 are not bound.
-//   A profile file (JSON) binds any category to any storage spec, over the default profile:
+//   A profile file (JSON) binds any category to any storage target, over the default profile:
 //     {"format": "sdmctl-profile", "version": 1, "app": "Suite",
 //      "bindings": {"user1": "env", "user": "registry:HKCU\\Software\\Suite;cache=no"}}
-//   --bind CATEGORY=SPEC does the same on the command line, last.
+//   --bind CATEGORY=STORAGE does the same on the command line, last.
 #pragma once
 
 #include "xctlcategory.h"
-#include "xctlstoragespec.h"
+#include "xctlstoragetarget.h"
 
 #include <map>
 #include <string>
@@ -24,12 +24,12 @@ struct XCtlProfile
 {
     std::string app;
     // By category number.
-    std::map<int, std::pair<XCtlCategory, XCtlStorageSpec>> bindings;
+    std::map<int, std::pair<XCtlCategory, XCtlStorageTarget>> bindings;
 };
 
 XCtlProfile XCtlDefaultProfile(const std::string& app);
 // Applies a profile file over profile; XCtlUsageError for a missing file, malformed JSON, an
-// unknown category, a bad spec or a newer format.
+// unknown category, a bad storage target or a newer format.
 void XCtlLoadProfile(const std::string& path, XCtlProfile& profile);
-// Applies "CATEGORY=SPEC".
+// Applies "CATEGORY=STORAGE".
 void XCtlApplyBind(const std::string& binding, XCtlProfile& profile);

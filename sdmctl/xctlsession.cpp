@@ -45,33 +45,33 @@ XComPtr<IWQ_SessionDataRootConfig> XCtlSession::RootConfig()
     return config;
 }
 
-XComPtr<IWQ_SessionDataStorage> XCtlSession::NewStorage(const XCtlStorageSpec& spec)
+XComPtr<IWQ_SessionDataStorage> XCtlSession::NewStorage(const XCtlStorageTarget& where)
 {
-    switch (spec.kind)
+    switch (where.kind)
     {
-    case XCtlStorageSpec::Registry:
+    case XCtlStorageTarget::Registry:
     {
         XComPtr<IWQ_SessionDataStorageReg> registry = XCtlCreate<IWQ_SessionDataStorageReg>(kRegistry);
         // The storage takes the hive by its position in the enumeration (0 to 4), not by the
         // enumeration's value.
-        const auto hive = static_cast<SESSIONDATAREGKEY>(spec.hive - SDRK_LOCAL_MACHINE);
-        XCtlCheck(registry->Initialize(hive, XWQComBSTR(spec.rootKey.c_str()), spec.volatileKeys ? 1 : 0),
+        const auto hive = static_cast<SESSIONDATAREGKEY>(where.hive - SDRK_LOCAL_MACHINE);
+        XCtlCheck(registry->Initialize(hive, XWQComBSTR(where.rootKey.c_str()), where.volatileKeys ? 1 : 0),
                   "the registry storage cannot open its key");
         return XComPtr<IWQ_SessionDataStorage>(registry.Get());
     }
-    case XCtlStorageSpec::Environment:
+    case XCtlStorageTarget::Environment:
         return XComPtr<IWQ_SessionDataStorage>(XCtlCreate<IWQ_SessionDataStorageEnv>(kEnvironment).Get());
-    case XCtlStorageSpec::Volatile:
+    case XCtlStorageTarget::Volatile:
         return XComPtr<IWQ_SessionDataStorage>(XCtlCreate<IWQ_SessionDataStorageVolatile>(kVolatile).Get());
-    case XCtlStorageSpec::Database:
+    case XCtlStorageTarget::Database:
     {
         XComPtr<IWQ_SessionDataStorageDb> database = XCtlCreate<IWQ_SessionDataStorageDb>(kDatabase);
-        XCtlCheck(database->SetRoot(Root(spec.connection).Get()), "the database storage cannot take its root");
-        if (spec.userProfile)
+        XCtlCheck(database->SetRoot(Root(where.connection).Get()), "the database storage cannot take its root");
+        if (where.userProfile)
             XCtlCheck(database->SetUserProfileStorage(), "the database storage cannot keep data per user");
-        XCtlCheck(database->SetRootKey(XWQComBSTR(spec.rootKey.c_str())), "the database storage cannot take its root key");
-        if (spec.asyncSeconds > 0)
-            XCtlCheck(database->SetAsyncWriteMode(spec.asyncSeconds), "the database storage cannot write asynchronously");
+        XCtlCheck(database->SetRootKey(XWQComBSTR(where.rootKey.c_str())), "the database storage cannot take its root key");
+        if (where.asyncSeconds > 0)
+            XCtlCheck(database->SetAsyncWriteMode(where.asyncSeconds), "the database storage cannot write asynchronously");
         return XComPtr<IWQ_SessionDataStorage>(database.Get());
     }
     }
@@ -92,13 +92,13 @@ void XCtlSession::Ensure(const XCtlCategory& category)
     const auto found = m_profile.bindings.find(category.number);
     if (found == m_profile.bindings.end())
         throw XCtlUsageError(std::string("the category ") + category.name +
-                             " is not bound (bind it with --bind " + category.name + "=SPEC or a profile)");
-    const XCtlStorageSpec& spec = found->second.second;
-    const XComPtr<IWQ_SessionDataStorage> storage = NewStorage(spec);
-    XCtlCheck(Manager()->SetStorage(storage.Get(), category.type, spec.cached ? 1 : -1),
+                             " is not bound (bind it with --bind " + category.name + "=STORAGE or a profile)");
+    const XCtlStorageTarget& where = found->second.second;
+    const XComPtr<IWQ_SessionDataStorage> storage = NewStorage(where);
+    XCtlCheck(Manager()->SetStorage(storage.Get(), category.type, where.cached ? 1 : -1),
               std::string("the category ") + category.name + " cannot be bound");
     m_bound.insert(category.number);
-    if (spec.kind == XCtlStorageSpec::Database && spec.asyncSeconds > 0)
+    if (where.kind == XCtlStorageTarget::Database && where.asyncSeconds > 0)
         m_async.insert(category.number);
 }
 

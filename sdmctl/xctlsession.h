@@ -31,8 +31,8 @@ public:
     void FlushAsync();
     // A root object (out of process) for its configuration interface.
     XComPtr<IWQ_SessionDataRootConfig> RootConfig();
-    // A new storage as spec says (not bound), for a client that binds or rebinds itself.
-    XComPtr<IWQ_SessionDataStorage> NewStorage(const XCtlStorageSpec& spec);
+    // A new storage where the target says (not bound), for a client that binds or rebinds itself.
+    XComPtr<IWQ_SessionDataStorage> NewStorage(const XCtlStorageTarget& where);
 
 private:
     XComPtr<IWQ_SessionDataIOEx> Root(const std::wstring& connection);

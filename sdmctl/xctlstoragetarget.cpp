@@ -1,4 +1,4 @@
-#include "xctlstoragespec.h"
+#include "xctlstoragetarget.h"
 
 #include "xctlfailure.h"
 
@@ -47,7 +47,7 @@ std::vector<std::string> Parts(const std::string& text)
         for (++i;; ++i)
         {
             if (i >= text.size())
-                throw XCtlUsageError("storage spec '" + text + "': a '{' is not closed");
+                throw XCtlUsageError("storage target '" + text + "': a '{' is not closed");
             parts.back() += text[i];
             if (text[i] != '}')
                 continue;
@@ -77,16 +77,16 @@ std::string Unbraced(const std::string& value)
     return plain;
 }
 
-bool YesNo(const std::string& spec, const std::string& option, const std::string& value)
+bool YesNo(const std::string& whole, const std::string& option, const std::string& value)
 {
     if (value == "yes" || value == "true" || value == "1")
         return true;
     if (value == "no" || value == "false" || value == "0")
         return false;
-    throw XCtlUsageError("storage spec '" + spec + "': " + option + " is yes or no, not '" + value + "'");
+    throw XCtlUsageError("storage target '" + whole + "': " + option + " is yes or no, not '" + value + "'");
 }
 
-void RegistryTarget(const std::string& spec, const std::string& target, XCtlStorageSpec& parsed)
+void RegistryTarget(const std::string& whole, const std::string& target, XCtlStorageTarget& parsed)
 {
     const size_t slash = target.find('\\');
     const std::string hive = Upper(target.substr(0, slash));
@@ -96,42 +96,42 @@ void RegistryTarget(const std::string& spec, const std::string& target, XCtlStor
             parsed.hive = known.key;
             parsed.rootKey = slash == std::string::npos ? std::wstring() : XCtlWide(target.substr(slash + 1));
             if (parsed.rootKey.empty())
-                throw XCtlUsageError("storage spec '" + spec + "': a registry storage needs a root key below the hive");
+                throw XCtlUsageError("storage target '" + whole + "': a registry storage needs a root key below the hive");
             return;
         }
-    throw XCtlUsageError("storage spec '" + spec + "': unknown hive '" + target.substr(0, slash) +
+    throw XCtlUsageError("storage target '" + whole + "': unknown hive '" + target.substr(0, slash) +
                          "' (HKCU, HKLM, HKCR, HKU, HKCC)");
 }
 } // namespace
 
-XCtlStorageSpec XCtlParseStorageSpec(const std::string& text)
+XCtlStorageTarget XCtlParseStorageTarget(const std::string& text)
 {
     const std::vector<std::string> parts = Parts(text);
     const std::string& head = parts.front();
     const size_t colon = head.find(':');
     const std::string kind = head.substr(0, colon);
     const std::string target = colon == std::string::npos ? std::string() : head.substr(colon + 1);
-    XCtlStorageSpec spec;
+    XCtlStorageTarget parsed;
     if (kind == "registry" || kind == "reg")
     {
-        spec.kind = XCtlStorageSpec::Registry;
-        RegistryTarget(text, target, spec);
+        parsed.kind = XCtlStorageTarget::Registry;
+        RegistryTarget(text, target, parsed);
     }
     else if (kind == "env" || kind == "environment" || kind == "volatile")
     {
-        spec.kind = kind == "volatile" ? XCtlStorageSpec::Volatile : XCtlStorageSpec::Environment;
+        parsed.kind = kind == "volatile" ? XCtlStorageTarget::Volatile : XCtlStorageTarget::Environment;
         if (!target.empty())
-            throw XCtlUsageError("storage spec '" + text + "': " + kind + " takes no target");
+            throw XCtlUsageError("storage target '" + text + "': " + kind + " takes no target");
     }
     else if (kind == "db" || kind == "database")
     {
-        spec.kind = XCtlStorageSpec::Database;
-        spec.rootKey = XCtlWide(target);
-        if (spec.rootKey.empty())
-            throw XCtlUsageError("storage spec '" + text + "': a database storage needs a root key (db:Suite\\App)");
+        parsed.kind = XCtlStorageTarget::Database;
+        parsed.rootKey = XCtlWide(target);
+        if (parsed.rootKey.empty())
+            throw XCtlUsageError("storage target '" + text + "': a database storage needs a root key (db:Suite\\App)");
     }
     else
-        throw XCtlUsageError("storage spec '" + text + "': unknown storage '" + kind +
+        throw XCtlUsageError("storage target '" + text + "': unknown storage '" + kind +
                              "' (registry:, env, volatile, db:)");
     for (size_t i = 1; i < parts.size(); ++i)
     {
@@ -139,49 +139,49 @@ XCtlStorageSpec XCtlParseStorageSpec(const std::string& text)
         const std::string option = parts[i].substr(0, equals);
         const std::string value = equals == std::string::npos ? std::string() : Unbraced(parts[i].substr(equals + 1));
         if (option == "cache" && equals != std::string::npos)
-            spec.cached = YesNo(text, option, value);
-        else if (option == "volatile" && spec.kind == XCtlStorageSpec::Registry)
-            spec.volatileKeys = equals == std::string::npos || YesNo(text, option, value);
-        else if (option == "user" && spec.kind == XCtlStorageSpec::Database)
-            spec.userProfile = equals == std::string::npos || YesNo(text, option, value);
-        else if (option == "async" && spec.kind == XCtlStorageSpec::Database)
+            parsed.cached = YesNo(text, option, value);
+        else if (option == "volatile" && parsed.kind == XCtlStorageTarget::Registry)
+            parsed.volatileKeys = equals == std::string::npos || YesNo(text, option, value);
+        else if (option == "user" && parsed.kind == XCtlStorageTarget::Database)
+            parsed.userProfile = equals == std::string::npos || YesNo(text, option, value);
+        else if (option == "async" && parsed.kind == XCtlStorageTarget::Database)
         {
             char* end = nullptr;
-            spec.asyncSeconds = std::strtol(value.c_str(), &end, 10);
-            if (value.empty() || *end || spec.asyncSeconds < 0 || spec.asyncSeconds > 120)
-                throw XCtlUsageError("storage spec '" + text + "': async is a number of seconds (0, or 3 to 120)");
+            parsed.asyncSeconds = std::strtol(value.c_str(), &end, 10);
+            if (value.empty() || *end || parsed.asyncSeconds < 0 || parsed.asyncSeconds > 120)
+                throw XCtlUsageError("storage target '" + text + "': async is a number of seconds (0, or 3 to 120)");
         }
-        else if (option == "connection" && spec.kind == XCtlStorageSpec::Database && !value.empty())
-            spec.connection = XCtlWide(value);
+        else if (option == "connection" && parsed.kind == XCtlStorageTarget::Database && !value.empty())
+            parsed.connection = XCtlWide(value);
         else if (!option.empty())
-            throw XCtlUsageError("storage spec '" + text + "': unknown option '" + option + "' for " + kind);
+            throw XCtlUsageError("storage target '" + text + "': unknown option '" + option + "' for " + kind);
     }
-    return spec;
+    return parsed;
 }
 
-std::string XCtlFormatStorageSpec(const XCtlStorageSpec& spec)
+std::string XCtlFormatStorageTarget(const XCtlStorageTarget& parsed)
 {
     std::string text;
-    switch (spec.kind)
+    switch (parsed.kind)
     {
-    case XCtlStorageSpec::Registry:
+    case XCtlStorageTarget::Registry:
         for (const Hive& known : kHives)
-            if (known.key == spec.hive)
-                text = std::string("registry:") + known.shortName + "\\" + XCtlUtf8(spec.rootKey);
-        text += spec.volatileKeys ? ";volatile" : "";
+            if (known.key == parsed.hive)
+                text = std::string("registry:") + known.shortName + "\\" + XCtlUtf8(parsed.rootKey);
+        text += parsed.volatileKeys ? ";volatile" : "";
         break;
-    case XCtlStorageSpec::Environment:
+    case XCtlStorageTarget::Environment:
         text = "env";
         break;
-    case XCtlStorageSpec::Volatile:
+    case XCtlStorageTarget::Volatile:
         text = "volatile";
         break;
-    case XCtlStorageSpec::Database:
-        text = "db:" + XCtlUtf8(spec.rootKey) + (spec.userProfile ? ";user" : "") +
-               (spec.asyncSeconds ? ";async=" + std::to_string(spec.asyncSeconds) : "");
-        if (!spec.connection.empty())
+    case XCtlStorageTarget::Database:
+        text = "db:" + XCtlUtf8(parsed.rootKey) + (parsed.userProfile ? ";user" : "") +
+               (parsed.asyncSeconds ? ";async=" + std::to_string(parsed.asyncSeconds) : "");
+        if (!parsed.connection.empty())
             text += ";connection={...}";
         break;
     }
-    return text + (spec.cached ? "" : ";cache=no");
+    return text + (parsed.cached ? "" : ";cache=no");
 }

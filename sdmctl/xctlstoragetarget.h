@@ -1,4 +1,4 @@
-// Storage specs: where a category is kept, as one line of text (the --bind option, the values of
+// Storage targets: where a category is kept, as one line of text (the --bind option, the values of
 // a profile file; one parser for every client that names storages).
 //   registry:<hive>\<root key>[;volatile][;cache=yes|no]   hive: HKCU, HKLM, HKCR, HKU, HKCC
 //   env[;cache=yes|no]                                    the process environment
@@ -15,7 +15,7 @@
 
 #include <string>
 
-struct XCtlStorageSpec
+struct XCtlStorageTarget
 {
     enum Kind
     {
@@ -34,7 +34,7 @@ struct XCtlStorageSpec
     std::wstring connection;
 };
 
-// The spec a text names; XCtlUsageError, naming the fault, for anything else.
-XCtlStorageSpec XCtlParseStorageSpec(const std::string& text);
-// The spec written back in its canonical form (every option that is not the default).
-std::string XCtlFormatStorageSpec(const XCtlStorageSpec& spec);
+// The storage target a text names; XCtlUsageError, naming the fault, for anything else.
+XCtlStorageTarget XCtlParseStorageTarget(const std::string& text);
+// The storage target written back in its canonical form (every option that is not the default).
+std::string XCtlFormatStorageTarget(const XCtlStorageTarget& target);

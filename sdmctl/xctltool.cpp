@@ -33,7 +33,7 @@ int XCtlTool::Run(const std::vector<std::string>& arguments)
     app.add_option("--app", globals.app, "the application whose default profile binds the categories")
         ->capture_default_str();
     app.add_option("--profile", globals.profile, "a profile file (JSON) that binds categories to storages");
-    app.add_option("--bind", globals.binds, "CATEGORY=SPEC: binds a category to a storage (repeatable)");
+    app.add_option("--bind", globals.binds, "CATEGORY=STORAGE: binds a category to a storage (repeatable)");
     app.add_flag("--json", globals.json, "output as JSON");
 
     XCtlCommands commands(app, [this, &globals]() -> XCtlSession& { return Session(globals); }, globals.json);
@@ -63,7 +63,7 @@ int XCtlTool::Run(const std::vector<std::string>& arguments)
         if (!known)
         {
             XCtlWrite("sdmctl: unknown command '" + all[i] + "' (sdmctl --help lists them)\n", false);
-            XCtlWrite("usage: sdmctl [--app NAME] [--profile FILE] [--bind CAT=SPEC] [--json] COMMAND ...\n", false);
+            XCtlWrite("usage: sdmctl [--app NAME] [--profile FILE] [--bind CAT=STORAGE] [--json] COMMAND ...\n", false);
             return kExitUsage;
         }
         break;
@@ -82,7 +82,7 @@ int XCtlTool::Run(const std::vector<std::string>& arguments)
         XCtlWrite(out.str(), true);
         XCtlWrite(err.str(), false);
         if (code != 0)
-            XCtlWrite("usage: sdmctl [--app NAME] [--profile FILE] [--bind CAT=SPEC] [--json] COMMAND ... "
+            XCtlWrite("usage: sdmctl [--app NAME] [--profile FILE] [--bind CAT=STORAGE] [--json] COMMAND ... "
                       "(sdmctl --help)\n",
                       false);
         return code == 0 ? kExitOk : kExitUsage;

@@ -70,13 +70,13 @@ void ExpectNoGrowth(const Growth& growth)
     EXPECT_LT(growth.heapBytes, kCycles / 2);  // less than a byte per cycle
 }
 
-// A category of a manager bound by a storage spec, and one cycle on it: a write, a read, a list,
+// A category of a manager bound by a storage target, and one cycle on it: a write, a read, a list,
 // over ten keys (so the caches stay the same size).
 class Bound
 {
 public:
-    explicit Bound(const std::string& spec)
-        : m_session(Profile(spec)), m_category(XCtlParseCategory("user1"))
+    explicit Bound(const std::string& where)
+        : m_session(Profile(where)), m_category(XCtlParseCategory("user1"))
     {
         m_session.Ensure(m_category);
     }
@@ -96,10 +96,10 @@ public:
     void Flush() { m_session.FlushAsync(); }
 
 private:
-    static XCtlProfile Profile(const std::string& spec)
+    static XCtlProfile Profile(const std::string& where)
     {
         XCtlProfile profile = XCtlDefaultProfile("LeakTest");
-        XCtlApplyBind("user1=" + spec, profile);
+        XCtlApplyBind("user1=" + where, profile);
         return profile;
     }
 

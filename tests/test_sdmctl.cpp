@@ -220,7 +220,7 @@ TEST(Sdmctl, StatusShowsEveryBindingAndItsStorage)
     EXPECT_EQ("database", parsed["categories"][1]["storage"]);
     EXPECT_EQ("volatile", parsed["categories"][4]["storage"]);
     EXPECT_FALSE(parsed["categories"][5]["bound"]);
-    EXPECT_EQ("registry:HKCU\\Software\\" + app.Name() + "\\Three;cache=no", parsed["categories"][7]["spec"]);
+    EXPECT_EQ("registry:HKCU\\Software\\" + app.Name() + "\\Three;cache=no", parsed["categories"][7]["target"]);
     EXPECT_TRUE(Has(app.Run({"status"}).out, "user      registry     registry:HKCU\\Software\\" + app.Name()));
 }
 
@@ -276,7 +276,7 @@ TEST(Sdmctl, BadInputIsRefusedWithExitTwoAndNothingIsWritten)
         {{"load", other, "-c", "user"}, "is not an sdmctl dump"},
         {{"--profile", app.File(".noprofile.json"), "set", "K", "n", "v"}, "cannot read"},
         {{"--bind", "user=ftp:somewhere", "set", "K", "n", "v"}, "unknown storage 'ftp'"},
-        {{"--bind", "user", "set", "K", "n", "v"}, "CATEGORY=SPEC"},
+        {{"--bind", "user", "set", "K", "n", "v"}, "CATEGORY=STORAGE"},
         {{"frobnicate"}, "unknown command 'frobnicate'"},
         {{"set", "K", "n"}, "value is required"},
     };

@@ -186,9 +186,9 @@ private:
             // to a new storage of the same place: nothing written is lost.
             static const int kRebindable[] = {4, 3, 1};
             const int rebound = kRebindable[Pick(3)];
-            const XCtlStorageSpec& spec = m_session.Profile().bindings.at(rebound).second;
-            const XComPtr<IWQ_SessionDataStorage> storage = m_session.NewStorage(spec);
-            Fail(manager->SetStorage(storage.Get(), Cat(rebound), spec.cached ? 1 : -1), "SetStorage");
+            const XCtlStorageTarget& where = m_session.Profile().bindings.at(rebound).second;
+            const XComPtr<IWQ_SessionDataStorage> storage = m_session.NewStorage(where);
+            Fail(manager->SetStorage(storage.Get(), Cat(rebound), where.cached ? 1 : -1), "SetStorage");
             m_totals.rebindings.fetch_add(1);
         }
         else if (roll < 90)
