@@ -165,5 +165,8 @@ add_test(NAME Soak.ShortRun COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINA
 set_tests_properties(Soak.ShortRun PROPERTIES FIXTURES_REQUIRED wq_root_registered TIMEOUT 300 LABELS module)
 add_test(NAME HeapChecked.Soak.ShortRun
          COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 20)
+# Serial: a root server that this run starts inherits the heap checks and is slow for every client
+# it serves, so no other test shares it.
 set_tests_properties(HeapChecked.Soak.ShortRun PROPERTIES FIXTURES_REQUIRED wq_root_registered TIMEOUT 300
-                     LABELS module ENVIRONMENT "WINEDEBUG=warn+heap" FAIL_REGULAR_EXPRESSION "warn:heap")
+                     LABELS module ENVIRONMENT "WINEDEBUG=warn+heap" FAIL_REGULAR_EXPRESSION "warn:heap"
+                     RUN_SERIAL TRUE)
