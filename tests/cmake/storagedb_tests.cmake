@@ -158,11 +158,28 @@ gtest_discover_tests(test_badinput_matrix
              ENVIRONMENT "WINEDEBUG=warn+heap;OANOCACHE=1" FAIL_REGULAR_EXPRESSION "warn:heap")
 
 # The soak (its short mode here; --seconds for a long run), through the registered classes.
-add_executable(sdm_soak ${CMAKE_CURRENT_SOURCE_DIR}/soak/sdm_soak.cpp)
-target_link_libraries(sdm_soak PRIVATE sdm_ctl user32)
+add_executable(sdm_soak
+  ${CMAKE_CURRENT_SOURCE_DIR}/soak/sdm_soak.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakworker.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakworld.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakrooted.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakfaultroot.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakroothost.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakstacks.cpp)
+target_include_directories(sdm_soak PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/soak)
+target_link_libraries(sdm_soak PRIVATE sdm_ctl wq_basetestsupport dbghelp user32)
 add_dependencies(sdm_soak WQSessionDataMng64 WQSessionDataRoot64)
-add_test(NAME Soak.ShortRun COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 30)
+add_test(NAME Soak.ShortRun COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 40)
 set_tests_properties(Soak.ShortRun PROPERTIES FIXTURES_REQUIRED wq_root_registered TIMEOUT 300 LABELS module)
+# The watchdog's own test: one thread stops for good; the run must end with exit code 2 and the
+# stack of every thread.
+add_test(NAME Soak.TheWatchdogEndsAHungRunWithTheStackOfEveryThread
+         COMMAND bash -c "out=$(\"$0\" \"$1\" --seconds 60 --hang-after 3 --watchdog 5 2>&1); code=$?; echo \"$out\"; \
+[ $code -eq 2 ] && grep -q 'thread 0 made no progress' <<<\"$out\" && \
+[ $(grep -c 'stack of thread' <<<\"$out\") -ge 9 ] && grep -q 'sdm_soak.exe+0x' <<<\"$out\""
+         ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe)
+set_tests_properties(Soak.TheWatchdogEndsAHungRunWithTheStackOfEveryThread PROPERTIES
+                     FIXTURES_REQUIRED wq_root_registered TIMEOUT 120 LABELS module)
 add_test(NAME HeapChecked.Soak.ShortRun
          COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 20)
 # Serial: a root server that this run starts inherits the heap checks and is slow for every client
