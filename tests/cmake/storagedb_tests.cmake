@@ -157,6 +157,10 @@ gtest_discover_tests(test_badinput_matrix
   PROPERTIES TIMEOUT 300 FIXTURES_REQUIRED wq_root_registered LABELS module
              ENVIRONMENT "WINEDEBUG=warn+heap;OANOCACHE=1" FAIL_REGULAR_EXPRESSION "warn:heap")
 
+# Answers the module gives on purpose that surprise a client, through the registered classes.
+wq_add_root_test(test_surprising_answers FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_surprising_answers.cpp)
+target_link_libraries(test_surprising_answers PRIVATE sdm_ctl)
+
 # The soak (its short mode here; --seconds for a long run), through the registered classes.
 add_executable(sdm_soak
   ${CMAKE_CURRENT_SOURCE_DIR}/soak/sdm_soak.cpp
