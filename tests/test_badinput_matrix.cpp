@@ -270,3 +270,25 @@ TEST_F(Matrix, NamesAndValuesAtAndPastTheLimitsAreKeptWholeOrRefusedWithNothingC
             std::printf("category %d, %-32s -> 0x%08lX\n", category, row.row, static_cast<unsigned long>(hr));
         }
 }
+
+// Found from outside before, kept as rows here: a transfer out of an environment category whose
+// key has variables directly under it (the storage lists such a key as its own sub-key) ends and
+// copies the values, cached and uncached alike.
+TEST_F(Matrix, ATransferOutOfTheEnvironmentWhoseKeyListsItselfEndsAndCopiesItsValues)
+{
+    const std::string prefix = "MATRIXENV" + std::to_string(::GetCurrentProcessId());
+    const std::wstring key = XCtlWide(prefix) + L"/K";
+    for (const char* cache : {"", ";cache=no"})
+    {
+        XCtlApplyBind(std::string("global=env") + cache, profile);
+        const XCtlStorageTarget& where = profile.bindings.at(1).second;
+        ASSERT_EQ(S_OK, Mng()->SetStorage(session->NewStorage(where).Get(), Cat(1), where.cached ? 1 : -1));
+        ::SetEnvironmentVariableW((key + L"/n").c_str(), L"from the environment");
+        // A new storage reads the environment afresh.
+        ASSERT_EQ(S_OK, Mng()->SetStorage(session->NewStorage(where).Get(), Cat(1), where.cached ? 1 : -1));
+        EXPECT_EQ(S_OK, Mng()->TransferDataFromTo(Cat(1), Cat(5), XWQComBSTR(key.c_str()), XWQComBSTR(L"Copied")))
+            << "cache" << cache;
+        EXPECT_EQ(L"from the environment", ReadText(5, L"Copied", L"n")) << "cache" << cache;
+        ::SetEnvironmentVariableW((key + L"/n").c_str(), nullptr);
+    }
+}

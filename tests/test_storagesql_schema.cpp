@@ -83,9 +83,12 @@ TEST(SqlStorageSchema, ConnectionTextsItDoesNotKnowAreInvalidArguments)
 {
     const struct
     {
-        const wchar_t* connection;
+        std::wstring connection;
         const wchar_t* says;
     } cases[] = {
+        // Cut at the NUL, the text would name the file "C:\\a" (or another server).
+        {std::wstring(L"sqlite:C:\\a\0.db", 15), L"holds a NUL character"},
+        {std::wstring(L"odbc:DSN=x\0y", 12), L"holds a NUL character"},
         {L"mysql:server=x", L"unknown connection scheme"},
         {L"", L"unknown connection scheme"},
         {L"sqlite:", L"names no database file"},

@@ -75,6 +75,18 @@ protected:
         ASSERT_EQ(S_OK, Mng()->SetStorage(storage.Get(), Cat(category), where.cached ? 1 : -1));
     }
 
+    // n0 and n1 written to the cached registry category, then n2 through a new layer: its cache
+    // holds n2 alone.
+    void ThreeValuesTheLastThroughANewCache()
+    {
+        Bind("user");
+        Bind("volatile");
+        ASSERT_EQ(S_OK, Write(4, L"K", L"n0", L"a"));
+        ASSERT_EQ(S_OK, Write(4, L"K", L"n1", L"b"));
+        Rebind(4);
+        ASSERT_EQ(S_OK, Write(4, L"K", L"n2", L"c"));
+    }
+
     std::string app = "SurprisingAnswers-" + std::to_string(::GetCurrentProcessId());
     std::wstring database;
     XCtlProfile profile = XCtlDefaultProfile("SurprisingAnswers");
@@ -84,12 +96,7 @@ protected:
 
 TEST_F(SurprisingAnswers, ACachedCategoryListsOnlyWhatItsCacheHoldsSoATransferCopiesOnlyThat)
 {
-    Bind("user");
-    Bind("volatile");
-    ASSERT_EQ(S_OK, Write(4, L"K", L"n0", L"a"));
-    ASSERT_EQ(S_OK, Write(4, L"K", L"n1", L"b"));
-    Rebind(4);
-    ASSERT_EQ(S_OK, Write(4, L"K", L"n2", L"c"));
+    ThreeValuesTheLastThroughANewCache();
     EXPECT_EQ(L"n2", Names(4, L"K"));
     EXPECT_EQ(S_OK, Mng()->TransferDataFromTo(Cat(4), Cat(5), XWQComBSTR(L"K"), XWQComBSTR(L"K")));
     EXPECT_EQ(L"c", Read(5, L"K", L"n2"));
@@ -100,12 +107,7 @@ TEST_F(SurprisingAnswers, ACachedCategoryListsOnlyWhatItsCacheHoldsSoATransferCo
 
 TEST_F(SurprisingAnswers, UploadCacheFirstMakesATransferFromACachedCategoryCopyEveryValue)
 {
-    Bind("user");
-    Bind("volatile");
-    ASSERT_EQ(S_OK, Write(4, L"K", L"n0", L"a"));
-    ASSERT_EQ(S_OK, Write(4, L"K", L"n1", L"b"));
-    Rebind(4);
-    ASSERT_EQ(S_OK, Write(4, L"K", L"n2", L"c"));
+    ThreeValuesTheLastThroughANewCache();
     ASSERT_EQ(S_OK, Mng()->UploadCache(XWQComBSTR(L"K"), Cat(4)));
     EXPECT_EQ(L"n0,n1,n2", Names(4, L"K"));
     EXPECT_EQ(S_OK, Mng()->TransferDataFromTo(Cat(4), Cat(5), XWQComBSTR(L"K"), XWQComBSTR(L"K")));

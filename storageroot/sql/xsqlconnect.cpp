@@ -89,6 +89,13 @@ std::wstring OdbcTextOf(const std::wstring& connection)
     return text;
 }
 
+// A NUL inside the text would cut it short at the driver (and name another file or server).
+void RefuseNul(const std::wstring& connection)
+{
+    if (connection.find(L'\0') != std::wstring::npos)
+        Refuse(L"the connection text holds a NUL character");
+}
+
 // The file and options that a connection text names; unknown schemes are refused.
 SqliteTarget TargetOf(const std::wstring& connection)
 {
@@ -106,6 +113,7 @@ SqliteTarget TargetOf(const std::wstring& connection)
 
 XSqlParsedConnection XSqlParseConnection(const std::wstring& connection)
 {
+    RefuseNul(connection);
     if (IsOdbc(connection))
     {
         // Another spelling of the same ODBC text is another connection: nothing is cached for a
@@ -124,6 +132,7 @@ XSqlParsedConnection XSqlParseConnection(const std::wstring& connection)
 
 std::unique_ptr<XSqlConnection> XSqlConnect(const std::wstring& connection)
 {
+    RefuseNul(connection);
     std::unique_ptr<XSqlConnection> opened;
     if (IsOdbc(connection))
     {

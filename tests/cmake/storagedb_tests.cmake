@@ -157,6 +157,16 @@ gtest_discover_tests(test_badinput_matrix
   PROPERTIES TIMEOUT 300 FIXTURES_REQUIRED wq_root_registered LABELS module
              ENVIRONMENT "WINEDEBUG=warn+heap;OANOCACHE=1" FAIL_REGULAR_EXPRESSION "warn:heap")
 
+# The bad-input matrix of the IO layers, the storages and the root (also under the heap checks).
+wq_add_root_test(test_badinput_classes FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_badinput_classes.cpp)
+target_link_libraries(test_badinput_classes PRIVATE sdm_ctl)
+gtest_discover_tests(test_badinput_classes
+  TEST_PREFIX "HeapChecked."
+  DISCOVERY_MODE PRE_TEST
+  DISCOVERY_TIMEOUT 300
+  PROPERTIES TIMEOUT 300 FIXTURES_REQUIRED wq_root_registered LABELS module
+             ENVIRONMENT "WINEDEBUG=warn+heap;OANOCACHE=1" FAIL_REGULAR_EXPRESSION "warn:heap")
+
 # Answers the module gives on purpose that surprise a client, through the registered classes.
 wq_add_root_test(test_surprising_answers FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_surprising_answers.cpp)
 target_link_libraries(test_surprising_answers PRIVATE sdm_ctl)
