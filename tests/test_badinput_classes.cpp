@@ -10,6 +10,7 @@
 // row the value written before it is still there, and at the end nothing was written outside the
 // test's own registry key, environment variables and file.
 #include "XWQComBSTR.h"
+#include "outsidenames.h"
 #include "testenv.h"
 #include "xcomtypes.h"
 #include "xctlsession.h"
@@ -73,34 +74,6 @@ private:
     std::vector<tagSESSIONDATAVALUE> m_records;
 };
 
-// The names of HKCU\Software's sub-keys and of the environment's variables: what a row may not
-// add to, except under the test's own names.
-std::set<std::wstring> Outside()
-{
-    std::set<std::wstring> names;
-    HKEY software = nullptr;
-    if (::RegOpenKeyExW(HKEY_CURRENT_USER, L"Software", 0, KEY_READ, &software) == ERROR_SUCCESS)
-    {
-        wchar_t name[256];
-        for (DWORD i = 0;; ++i)
-        {
-            DWORD length = 256;
-            if (::RegEnumKeyExW(software, i, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-                break;
-            names.insert(L"HKCU\\Software\\" + std::wstring(name));
-        }
-        ::RegCloseKey(software);
-    }
-    wchar_t* block = ::GetEnvironmentStringsW();
-    for (const wchar_t* entry = block; *entry; entry += wcslen(entry) + 1)
-    {
-        const std::wstring text(entry);
-        names.insert(L"env " + text.substr(0, text.find(L'=', 1)));
-    }
-    ::FreeEnvironmentStringsW(block);
-    return names;
-}
-
 struct Row
 {
     const char* name;
@@ -114,7 +87,7 @@ class ClassMatrix : public ::testing::Test
 protected:
     void SetUp() override
     {
-        before = Outside();
+        before = OutsideNames();
         wchar_t folder[MAX_PATH] = {};
         ::GetTempPathW(MAX_PATH, folder);
         database = std::wstring(folder) + XCtlWide(app) + L".db";
@@ -133,9 +106,8 @@ protected:
             ::DeleteFileW((database + suffix).c_str());
         // Nothing outside the test's own names (the environment's variables of the test are gone
         // with the test's process; they all begin with MATRIX/).
-        for (const std::wstring& name : Outside())
-            if (!before.count(name) && name.rfind(L"env MATRIX/", 0) != 0)
-                ADD_FAILURE() << "written outside the test's own names: " << XCtlUtf8(name);
+        for (const std::wstring& name : AddedOutside(before, OutsideNames(), {L"env MATRIX/"}))
+            ADD_FAILURE() << "written outside the test's own names: " << XCtlUtf8(name);
     }
 
     XComPtr<IWQ_SessionDataStorage> Registry()

@@ -7,8 +7,10 @@
 //   says: S_FALSE, but S_OK for the flushes);
 //   names and values at and past the limits (empty, NUL inside, 1 MB and 16 MB, 300 levels,
 //   registry names past the registry's limits): each either written and read back whole, or
-//   refused with error info and the value written before left as it was.
+//   refused with error info and the value written before left as it was;
+//   and nothing written outside the test's own registry key and environment variables.
 #include "XWQComBSTR.h"
+#include "outsidenames.h"
 #include "testenv.h"
 #include "xcomtypes.h"
 #include "xctlsession.h"
@@ -80,6 +82,7 @@ class Matrix : public ::testing::Test
 protected:
     void SetUp() override
     {
+        before = OutsideNames();
         profile.bindings.clear();
         XCtlApplyBind("volatile=volatile", profile);
         XCtlApplyBind("user=registry:HKCU\\Software\\" + key + ";cache=no", profile);
@@ -91,6 +94,9 @@ protected:
     {
         session.reset();
         ::RegDeleteTreeW(HKEY_CURRENT_USER, (L"Software\\" + XCtlWide(key)).c_str());
+        // Nothing written outside the test's own key and variables.
+        for (const std::wstring& name : AddedOutside(before, OutsideNames(), {L"env MATRIXENV"}))
+            ADD_FAILURE() << "written outside the test's own names: " << XCtlUtf8(name);
     }
     IWQ_SessionDataMng* Mng() { return session->Manager(); }
     static SESSIONDATATYPE Cat(int number) { return static_cast<SESSIONDATATYPE>(number); }
@@ -118,6 +124,7 @@ protected:
     std::string key = "MatrixTest-" + std::to_string(::GetCurrentProcessId());
     XCtlProfile profile = XCtlDefaultProfile("MatrixTest");
     std::unique_ptr<XCtlSession> session;
+    std::set<std::wstring> before;
 };
 } // namespace
 
