@@ -7,10 +7,14 @@
 //   - FlushAsyncStorage with nothing pending;
 //   - the latency of one write: from StoreData returning (a flush follows at once) to the call
 //     reaching the root.
-// Timing: QueryPerformanceCounter, a warm-up round, the median of several rounds.
+// Floors, measured in the same rounds: the same write called on the root directly (for piping,
+// and, as calls per second, for the drain rates); one uncontended lock taken and released (for
+// the idle flush).
+// Timing: QueryPerformanceCounter, a warm-up round, then the rounds, figure and floor alternating.
 #include "asyncstorage_bench.h"
 
 #include "benchclock.h"
+#include "benchresults.h"
 #include "sessiondataioexnotimpl.h"
 #include "staapartment.h"
 #include "xcomobject.h"
@@ -26,11 +30,6 @@
 
 namespace
 {
-double Median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 // A storage root that only counts the writes and deletes it receives.
 class CountingRoot : public SessionDataIOExNotImpl
@@ -107,143 +106,170 @@ struct OneValue
     }
 };
 
-// Median ns per StoreData of a one-value list (piping only; each round is flushed untimed).
+// ns per StoreData of a one-value list in one round (piping only; the round is flushed untimed).
 double PipingNsPerStore(IWQ_SessionDataStorageDb* storage, size_t perRound, size_t& failures)
 {
     OneValue one;
-    std::vector<double> rounds;
-    for (int round = -1; round < kRounds; ++round)
-    {
-        const double start = NowNs();
-        for (size_t i = 0; i < perRound; ++i)
-            failures += one.Store(storage) != S_OK;
-        const double perCall = (NowNs() - start) / static_cast<double>(perRound);
-        failures += storage->FlushAsyncStorage() != S_OK;
-        if (round >= 0)
-            rounds.push_back(perCall);
-    }
-    return Median(rounds);
+    const double start = NowNs();
+    for (size_t i = 0; i < perRound; ++i)
+        failures += one.Store(storage) != S_OK;
+    const double perCall = (NowNs() - start) / static_cast<double>(perRound);
+    failures += storage->FlushAsyncStorage() != S_OK;
+    return perCall;
 }
 
-// Median ns per PipeStorageRootCall of a one-value WriteStringList, the functor made per call
-// as the storage makes it (the delegator's share of StoreData).
-double DelegatorPipingNs(XAsyncStorageDelegator& delegator, size_t perRound, size_t& failures)
+// ns per synchronous WriteStringList of the same one-value list on the root itself: the write
+// without the pipe.
+double DirectNsPerWrite(IWQ_SessionDataIOEx* root, size_t perRound, size_t& failures)
+{
+    OneValue one;
+    const double start = NowNs();
+    for (size_t i = 0; i < perRound; ++i)
+    {
+        tagSESSIONDATAVALUE record{one.name, one.value};
+        failures += root->WriteStringList(one.key, 1, &record) != S_OK;
+    }
+    return (NowNs() - start) / static_cast<double>(perRound);
+}
+
+// ns per PipeStorageRootCall of a one-value WriteStringList in one round, the functor made per
+// call as the storage makes it (the delegator's share of StoreData).
+double DelegatorPipingNs(XAsyncStorageDelegator& delegator, size_t perRound)
 {
     using WriteFun = WQComFunctor::XFunP3<IWQ_SessionDataIOEx, &IWQ_SessionDataIOEx::WriteStringList, BSTR, ULONG,
                                           tagSESSIONDATAVALUE*>;
     OneValue one;
-    std::vector<double> rounds;
-    for (int round = -1; round < kRounds; ++round)
+    const double start = NowNs();
+    for (size_t i = 0; i < perRound; ++i)
     {
-        const double start = NowNs();
-        for (size_t i = 0; i < perRound; ++i)
-        {
-            tagSESSIONDATAVALUE record{one.name, one.value};
-            delegator.PipeStorageRootCall(WQComFunctor::MakeOpFun(WriteFun(one.key, 1, &record)), one.key, 1);
-        }
-        const double perCall = (NowNs() - start) / static_cast<double>(perRound);
-        delegator.FlushStorageCallPipe();
-        if (round >= 0)
-            rounds.push_back(perCall);
+        tagSESSIONDATAVALUE record{one.name, one.value};
+        delegator.PipeStorageRootCall(WQComFunctor::MakeOpFun(WriteFun(one.key, 1, &record)), one.key, 1);
     }
-    return Median(rounds);
+    const double perCall = (NowNs() - start) / static_cast<double>(perRound);
+    delegator.FlushStorageCallPipe();
+    return perCall;
 }
 
-// Calls per second that one flush drains: perRound calls piped untimed, then the flush timed.
-double DrainPerSecond(IWQ_SessionDataStorageDb* storage, size_t perRound, int rounds,
-                      const std::function<long()>& reached, size_t& failures)
+// Calls per second that one flush drains in one round: perRound calls piped untimed, then the
+// flush timed.
+double DrainPerSecond(IWQ_SessionDataStorageDb* storage, size_t perRound, const std::function<long()>& reached,
+                      size_t& failures)
 {
     OneValue one;
-    std::vector<double> rates;
-    for (int round = -1; round < rounds; ++round)
-    {
-        const long before = reached();
-        for (size_t i = 0; i < perRound; ++i)
-            failures += one.Store(storage) != S_OK;
-        const double start = NowNs();
-        failures += storage->FlushAsyncStorage() != S_OK;
-        const double seconds = (NowNs() - start) / 1e9;
-        failures += static_cast<size_t>(reached() - before) != perRound;
-        if (round >= 0)
-            rates.push_back(static_cast<double>(perRound) / seconds);
-    }
-    return Median(rates);
+    const long before = reached();
+    for (size_t i = 0; i < perRound; ++i)
+        failures += one.Store(storage) != S_OK;
+    const double start = NowNs();
+    failures += storage->FlushAsyncStorage() != S_OK;
+    const double seconds = (NowNs() - start) / 1e9;
+    failures += static_cast<size_t>(reached() - before) != perRound;
+    return static_cast<double>(perRound) / seconds;
 }
 
 // Median ns from StoreData returning to the write reaching the root (arrival: the root's
 // time of the last write), with a flush right after StoreData.
-double StoreToRootNs(IWQ_SessionDataStorageDb* storage, const std::function<double()>& arrival, size_t& failures)
+std::vector<double> StoreToRootNs(IWQ_SessionDataStorageDb* storage, const std::function<double()>& arrival,
+                                  size_t& failures)
 {
     OneValue one;
     std::vector<double> samples;
-    for (int i = -5; i < 201; ++i)
+    const int count = BenchResults::Instance().Quick() ? 20 : 200;
+    for (int i = -5; i < count; ++i)
     {
         failures += one.Store(storage) != S_OK;
         const double returned = NowNs();
         failures += storage->FlushAsyncStorage() != S_OK;
         if (i >= 0)
-            samples.push_back(arrival() - returned);
+            samples.push_back((arrival() - returned) / 1000);
     }
-    return Median(samples);
+    return samples;
 }
 
-// Median ns per flush with nothing pending.
-template <class Flush>
-double IdleFlushNs(Flush flush, size_t& failures)
+// ns per call of body in one round.
+template <class Body>
+double NsPerCall(size_t perRound, Body body)
 {
-    const size_t perRound = 20000;
-    std::vector<double> rounds;
-    for (int round = -1; round < kRounds; ++round)
-    {
-        const double start = NowNs();
-        for (size_t i = 0; i < perRound; ++i)
-            failures += !flush();
-        if (round >= 0)
-            rounds.push_back((NowNs() - start) / static_cast<double>(perRound));
-    }
-    return Median(rounds);
+    const double start = NowNs();
+    for (size_t i = 0; i < perRound; ++i)
+        body();
+    return (NowNs() - start) / static_cast<double>(perRound);
+}
+
+void Show(const char* what, const BenchPair& pair, const char* unit)
+{
+    std::printf("  %-40s %12.1f %s, floor %12.1f, ratio %.2f\n", what, pair.Component(), unit, pair.Floor(),
+                pair.Component() / pair.Floor());
 }
 } // namespace
 
 void RunAsyncStorageBenchmarks()
 {
+    BenchResults& results = BenchResults::Instance();
+    const int rounds = results.Rounds(kRounds);
+    const size_t scale = results.Quick() ? 10 : 1;
     std::printf("\nasynchronous database storage (XSessionDataStorageDb::StoreData, interval 120 s), median of %d rounds\n",
-                kRounds);
+                rounds);
     size_t failures = 0;
-
     XComPtr<CountingRoot> mtaRoot;
     mtaRoot.Attach(new XComObject<CountingRoot>());
     mtaRoot->AddRef();
     {
         XComPtr<IWQ_SessionDataStorageDb> storage = AsyncStorage(mtaRoot.Get());
-        std::printf("  StoreData, one value, piped:           %10.1f ns per call\n",
-                    PipingNsPerStore(storage.Get(), 20000, failures));
-        std::printf("  drain to a root in the MTA:            %10.0f calls/s (100,000 per flush)\n",
-                    DrainPerSecond(storage.Get(), 100000, 5, [&] { return mtaRoot->calls.load(); }, failures));
-        std::printf("  FlushAsyncStorage, nothing pending:    %10.1f ns per call\n",
-                    IdleFlushNs([&] { return storage->FlushAsyncStorage() == S_OK; }, failures));
-        std::printf("  StoreData returned -> root (MTA):      %10.1f us (flush right after)\n",
-                    StoreToRootNs(storage.Get(), [&] { return mtaRoot->lastWriteNs.load(); }, failures) / 1000);
+        const BenchPair piping =
+            BenchAlternate(rounds, [&] { return PipingNsPerStore(storage.Get(), 20000 / scale, failures); },
+                           [&] { return DirectNsPerWrite(mtaRoot.Get(), 20000 / scale, failures); });
+        results.AddRatio("async", "store", "StoreData of one value, piped", "ns", piping,
+                         "the same WriteStringList called on the root directly (a root that does nothing)");
+        Show("StoreData, one value, piped (ns)", piping, "ns");
+        const BenchPair drain = BenchAlternate(
+            rounds, [&] { return DrainPerSecond(storage.Get(), 100000 / scale, [&] { return mtaRoot->calls.load(); }, failures); },
+            [&] { return 1e9 / DirectNsPerWrite(mtaRoot.Get(), 100000 / scale, failures); });
+        results.AddRatio("async", "drain/mta", "drain rate to a root in the multithreaded apartment", "calls/s", drain,
+                         "the same calls made on the root directly, per second");
+        Show("drain to a root in the MTA (calls/s)", drain, "/s");
+        CRITICAL_SECTION lock;
+        ::InitializeCriticalSection(&lock);
+        const BenchPair idle = BenchAlternate(
+            rounds, [&] { return NsPerCall(20000 / scale, [&] { failures += storage->FlushAsyncStorage() != S_OK; }); },
+            [&] {
+                return NsPerCall(20000 / scale, [&] {
+                    ::EnterCriticalSection(&lock);
+                    ::LeaveCriticalSection(&lock);
+                });
+            });
+        ::DeleteCriticalSection(&lock);
+        results.AddRatio("async", "idle-flush", "FlushAsyncStorage with nothing pending", "ns", idle,
+                         "one uncontended lock taken and released");
+        Show("FlushAsyncStorage, nothing pending (ns)", idle, "ns");
+        const std::vector<double> latency = StoreToRootNs(storage.Get(), [&] { return mtaRoot->lastWriteNs.load(); }, failures);
+        results.AddValue("async", "latency/mta", "StoreData returned to the write reaching the root (MTA, flush right after)",
+                         "us", latency);
+        std::printf("  StoreData returned -> root (MTA):      %10.1f us (flush right after)\n", BenchSpreadOf(latency).median);
     }
     {
         XAsyncStorageDelegator delegator;
         delegator.SetStorageRoot(mtaRoot.Get());
         delegator.SetWriteInterval(120);
-        std::printf("  delegator alone: functor + pipe:       %10.1f ns per call\n",
-                    DelegatorPipingNs(delegator, 20000, failures));
-        std::printf("  FlushStorageCallPipe, nothing pending: %10.1f ns per call\n", IdleFlushNs([&] {
-                        delegator.FlushStorageCallPipe();
-                        return true;
-                    }, failures));
+        std::vector<double> piping;
+        for (int round = 0; round < rounds; ++round)
+            piping.push_back(DelegatorPipingNs(delegator, 20000 / scale));
+        results.AddValue("async", "delegator", "the delegator's share of StoreData: functor and pipe", "ns", piping);
+        std::printf("  delegator alone: functor + pipe:       %10.1f ns per call\n", BenchSpreadOf(piping).median);
     }
     {
         StaRootHost sta;
         XComPtr<IWQ_SessionDataIOEx> proxy = sta.Proxy();
         XComPtr<IWQ_SessionDataStorageDb> storage = AsyncStorage(proxy.Get());
-        std::printf("  drain to a root in an STA (proxy):     %10.0f calls/s (5,000 per flush)\n",
-                    DrainPerSecond(storage.Get(), 5000, 5, [&] { return sta.Calls(); }, failures));
-        std::printf("  StoreData returned -> root (STA):      %10.1f us (flush right after)\n",
-                    StoreToRootNs(storage.Get(), [&] { return sta.LastWriteNs(); }, failures) / 1000);
+        const BenchPair drain = BenchAlternate(
+            rounds, [&] { return DrainPerSecond(storage.Get(), 5000 / scale, [&] { return sta.Calls(); }, failures); },
+            [&] { return 1e9 / DirectNsPerWrite(proxy.Get(), 5000 / scale, failures); });
+        results.AddRatio("async", "drain/sta", "drain rate to a root in a single-threaded apartment", "calls/s", drain,
+                         "the same calls made on the root's proxy directly, per second");
+        Show("drain to a root in an STA (calls/s)", drain, "/s");
+        const std::vector<double> latency = StoreToRootNs(storage.Get(), [&] { return sta.LastWriteNs(); }, failures);
+        results.AddValue("async", "latency/sta", "StoreData returned to the write reaching the root (STA, flush right after)",
+                         "us", latency);
+        std::printf("  StoreData returned -> root (STA):      %10.1f us (flush right after)\n", BenchSpreadOf(latency).median);
     }
     if (failures)
         std::printf("warning: %zu calls failed\n", failures);

@@ -17,6 +17,33 @@ struct BenchSpread
 };
 BenchSpread BenchSpreadOf(std::vector<double> samples);
 
+// A figure and its floor over the same rounds.
+struct BenchPair
+{
+    std::vector<double> component;
+    std::vector<double> floor;
+    double Component() const { return BenchSpreadOf(component).median; }
+    double Floor() const { return BenchSpreadOf(floor).median; }
+};
+
+// component() and floor() one right after the other in each round, after a warm-up round (not
+// kept), so that drift of the shared machine hits both alike; each returns its round's figure.
+template <class Component, class Floor>
+BenchPair BenchAlternate(int rounds, Component component, Floor floor)
+{
+    BenchPair pair;
+    for (int round = -1; round < rounds; ++round)
+    {
+        const double c = component();
+        const double f = floor();
+        if (round < 0)
+            continue;
+        pair.component.push_back(c);
+        pair.floor.push_back(f);
+    }
+    return pair;
+}
+
 class BenchResults
 {
 public:
@@ -32,6 +59,12 @@ public:
     void AddRatio(const std::string& group, const std::string& id, const std::string& title, const std::string& unit,
                   const std::vector<double>& component, const std::string& floorName, const std::vector<double>& floor,
                   nlohmann::json params = nlohmann::json::object(), double targetMax = 0);
+    void AddRatio(const std::string& group, const std::string& id, const std::string& title, const std::string& unit,
+                  const BenchPair& pair, const std::string& floorName, nlohmann::json params = nlohmann::json::object(),
+                  double targetMax = 0)
+    {
+        AddRatio(group, id, title, unit, pair.component, floorName, pair.floor, std::move(params), targetMax);
+    }
     // A figure on its own (a rate, a count).
     void AddValue(const std::string& group, const std::string& id, const std::string& title, const std::string& unit,
                   const std::vector<double>& samples, nlohmann::json params = nlohmann::json::object());

@@ -9,6 +9,7 @@
 #include "ctl_bench.h"
 
 #include "benchclock.h"
+#include "benchresults.h"
 #include "XWQComBSTR.h"
 #include "xcomtypes.h"
 #include "xctldump.h"
@@ -26,14 +27,18 @@
 
 namespace
 {
-const int kKeys = 1000;
 const int kValuesPerKey = 100;
 const int kRounds = 3;
 
-double Median(std::vector<double> values)
+// 1,000 keys of 100 values; 20 in quick mode.
+int Keys()
 {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
+    return BenchResults::Instance().Quick() ? 20 : 1000;
+}
+
+double Median(const std::vector<double>& values)
+{
+    return BenchSpreadOf(values).median;
 }
 
 std::wstring TempPath(const wchar_t* name)
@@ -71,7 +76,7 @@ DWORD Run(std::wstring command, const std::wstring& output = L"NUL")
 std::string Dump(const std::string& root)
 {
     nlohmann::json keys = nlohmann::json::array();
-    for (int k = 0; k < kKeys; ++k)
+    for (int k = 0; k < Keys(); ++k)
     {
         nlohmann::json values = nlohmann::json::object();
         for (int v = 0; v < kValuesPerKey; ++v)
@@ -130,7 +135,7 @@ void RunCtlBenchmarks(const wchar_t* program)
 {
     std::printf("\nsdmctl dump and load of %d values (%d keys) through the per-user database category, against the "
                 "same manager calls from C++ in one process, median of %d rounds\n",
-                kKeys * kValuesPerKey, kKeys, kRounds);
+                Keys() * kValuesPerKey, Keys(), kRounds);
     std::wstring tool = program;
     tool = tool.substr(0, tool.find_last_of(L'\\') + 1) + L"sdmctl.exe";
     const std::wstring database = TempPath(L"wqsdm-bench-ctl.db");
@@ -145,7 +150,7 @@ void RunCtlBenchmarks(const wchar_t* program)
 
     std::vector<double> startup, toolLoad, ownLoad, toolDump, ownDump;
     size_t dumpedValues = 0;
-    for (int round = 0; round < kRounds; ++round)
+    for (int round = 0; round < BenchResults::Instance().Rounds(kRounds); ++round)
     {
         const std::string toolRoot = "ToolRound" + std::to_string(round);
         const std::string ownRoot = "OwnRound" + std::to_string(round);
@@ -170,7 +175,15 @@ void RunCtlBenchmarks(const wchar_t* program)
         if (loaded != 0 || dumped != 0)
             std::printf("warning: sdmctl load answered %lu, dump %lu\n", loaded, dumped);
     }
-    const double values = kKeys * kValuesPerKey;
+    const double values = Keys() * kValuesPerKey;
+    BenchResults& results = BenchResults::Instance();
+    const nlohmann::json params = {{"keys", Keys()}, {"values", values}};
+    results.AddRatio("ctl", "load", "sdmctl load of a JSON dump (start-up taken out)", "s", toolLoad,
+                     "WriteStringList per key and a flush, from C++ in one process", ownLoad, params, 1.5);
+    results.AddRatio("ctl", "dump", "sdmctl dump to a file (start-up taken out)", "s", toolDump,
+                     "GetSubKeys and GetStringList per key, from C++ in one process", ownDump, params, 1.5);
+    results.AddValue("ctl", "startup", "sdmctl start-up: the process, binding the category, activating the server", "s",
+                     startup);
     std::printf("  sdmctl start-up (process, binding, server):  %8.2f s\n", Median(startup));
     std::printf("  load, sdmctl:   %8.2f s  %9.0f values/s\n", Median(toolLoad), values / Median(toolLoad));
     std::printf("  load, C++:      %8.2f s  %9.0f values/s   ratio %.2f (target <= 1.5)\n", Median(ownLoad),

@@ -12,6 +12,7 @@
 #include "engines_bench.h"
 
 #include "benchclock.h"
+#include "benchresults.h"
 #include "rootcall_bench.h"
 #include "xcomtypes.h"
 #include "xodbcconnection.h"
@@ -36,25 +37,25 @@ const int kRounds = 7;
 const int kCalls = 200;
 const wchar_t kSchema[] = L"sdm_bench";
 
-double Median(std::vector<double> values)
+double Median(const std::vector<double>& values)
 {
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
+    return BenchSpreadOf(values).median;
 }
 
-// Microseconds per call of call, median over rounds of kCalls calls after a warm-up round.
-double PerCallUs(const std::function<bool(int)>& call, size_t& failures)
+// Microseconds per call of call in each round of kCalls calls, after a warm-up round.
+std::vector<double> PerCallUs(const std::function<bool(int)>& call, size_t& failures)
 {
     std::vector<double> rounds;
-    for (int round = -1; round < kRounds; ++round)
+    const int calls = BenchResults::Instance().Quick() ? kCalls / 4 : kCalls;
+    for (int round = -1; round < BenchResults::Instance().Rounds(kRounds); ++round)
     {
         const double start = NowNs();
-        for (int i = 0; i < kCalls; ++i)
+        for (int i = 0; i < calls; ++i)
             failures += call(round * kCalls + i) ? 0 : 1;
         if (round >= 0)
-            rounds.push_back((NowNs() - start) / kCalls / 1000);
+            rounds.push_back((NowNs() - start) / calls / 1000);
     }
-    return Median(rounds);
+    return rounds;
 }
 
 // Ten records that own their strings.
@@ -83,7 +84,7 @@ bool ListOfTen(IWQ_SessionDataIO* io, BSTR key)
 
 struct EngineFigures
 {
-    double rootStoreUs = 0, rootListUs = 0, storeUs = 0, readUs = 0, readAfterWriteUs = 0;
+    std::vector<double> rootStoreUs, rootListUs, storeUs, readUs, readAfterWriteUs;
     DrainFigures drain;
     size_t stale = 0, failures = 0;
 };
@@ -146,8 +147,8 @@ std::pair<double, double> CoherenceCost(const std::wstring& connection)
     const XWQComBSTR key(L"Bench/Coherence");
     uncached->WriteStringList(key, 10, ten.records.data());
     size_t failures = 0;
-    const double cachedUs = PerCallUs([&](int) { return ListOfTen(cached.Get(), key); }, failures);
-    const double uncachedUs = PerCallUs([&](int) { return ListOfTen(uncached.Get(), key); }, failures);
+    const double cachedUs = Median(PerCallUs([&](int) { return ListOfTen(cached.Get(), key); }, failures));
+    const double uncachedUs = Median(PerCallUs([&](int) { return ListOfTen(uncached.Get(), key); }, failures));
     return {cachedUs, uncachedUs};
 }
 
@@ -184,16 +185,21 @@ std::wstring PostgresConnection()
     return L"odbc:" + odbc + L"ConnSettings=SET search_path TO " + kSchema + L";";
 }
 
-void Row(const char* what, double sqlite, double postgres, const char* unit, const char* target = "")
+// A figure on both engines: PostgreSQL against SQLite, measured in the same run.
+void Row(const char* id, const char* what, const std::vector<double>& sqlite, const std::vector<double>& postgres,
+         const char* unit, double target = 0)
 {
-    std::printf("  %-44s %10.1f %10.1f %-6s %6.2f %s\n", what, sqlite, postgres, unit, sqlite > 0 ? postgres / sqlite : 0,
-                target);
+    BenchResults::Instance().AddRatio("engines", id, what, unit, postgres, "the same on SQLite", sqlite,
+                                      nlohmann::json::object(), target);
+    std::printf("  %-44s %10.1f %10.1f %-6s %6.2f %s\n", what, Median(sqlite), Median(postgres), unit,
+                Median(sqlite) > 0 ? Median(postgres) / Median(sqlite) : 0, target > 0 ? "(target <= 2)" : "");
 }
 } // namespace
 
 void RunEngineBenchmarks()
 {
-    std::printf("\nthe storage root on SQLite and on PostgreSQL (median of %d rounds of %d calls)\n", kRounds, kCalls);
+    std::printf("\nthe storage root on SQLite and on PostgreSQL (median of %d rounds of %d calls)\n",
+                BenchResults::Instance().Rounds(kRounds), kCalls);
     const std::wstring postgres = PostgresConnection();
     if (postgres.empty())
     {
@@ -203,13 +209,13 @@ void RunEngineBenchmarks()
     const EngineFigures lite = Measure(SqliteConnection());
     const EngineFigures pg = Measure(postgres);
     std::printf("  %-44s %10s %10s %-6s %6s\n", "", "SQLite", "PostgreSQL", "", "PG/SQLite");
-    Row("root: WriteStringList, 10 values", lite.rootStoreUs, pg.rootStoreUs, "us", "(target <= 2)");
-    Row("root: GetStringList, 10 values", lite.rootListUs, pg.rootListUs, "us", "(target <= 2)");
-    Row("storage in process: StoreData, 10 values", lite.storeUs, pg.storeUs, "us");
-    Row("storage in process: ReadData, 10 values", lite.readUs, pg.readUs, "us");
-    Row("async: flush of 1,000 piped writes", lite.drain.flushMs, pg.drain.flushMs, "ms");
-    Row("async: drain rate", lite.drain.rate, pg.drain.rate, "1/s");
-    Row("write on server A, read on server B", lite.readAfterWriteUs, pg.readAfterWriteUs, "us");
+    Row("root/write", "root: WriteStringList, 10 values", lite.rootStoreUs, pg.rootStoreUs, "us", 2);
+    Row("root/list", "root: GetStringList, 10 values", lite.rootListUs, pg.rootListUs, "us", 2);
+    Row("storage/store", "storage in process: StoreData, 10 values", lite.storeUs, pg.storeUs, "us");
+    Row("storage/read", "storage in process: ReadData, 10 values", lite.readUs, pg.readUs, "us");
+    Row("drain/flush", "async: flush of 1,000 piped writes", lite.drain.flushMs, pg.drain.flushMs, "ms");
+    Row("drain/rate", "async: drain rate", lite.drain.rates, pg.drain.rates, "1/s");
+    Row("read-after-write", "write on server A, read on server B", lite.readAfterWriteUs, pg.readAfterWriteUs, "us");
     std::printf("  stale reads on server B: SQLite %zu, PostgreSQL %zu; failed calls: %zu, %zu\n", lite.stale, pg.stale,
                 lite.failures + lite.drain.failures, pg.failures + pg.drain.failures);
     const std::pair<double, double> cost = CoherenceCost(postgres);

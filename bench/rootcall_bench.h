@@ -2,6 +2,8 @@
 // the database storage's asynchronous writes drained to the server.
 #pragma once
 
+#include <vector>
+
 #include "xcomobject.h"
 #include "xsessiondatamng_h.h"
 
@@ -21,9 +23,10 @@ XComPtr<IWQ_SessionDataIOEx> ActivateBenchRoot(const std::wstring& connection, D
 // rounds after a warm-up).
 struct DrainFigures
 {
-    double pipeUs = 0;   // per piped call, on the caller's thread
-    double flushMs = 0;  // the flush of 1,000 writes
-    double rate = 0;     // writes per second
+    std::vector<double> pipeUs;   // per piped call, on the caller's thread, per round
+    std::vector<double> flushMs;  // the flush of 1,000 writes, per round
+    std::vector<double> rates;    // writes per second, per round
+    std::vector<double> directRates;  // the same writes made on the root directly, per second
     size_t failures = 0;
 };
 DrainFigures MeasureDrain(IWQ_SessionDataIOEx* root, const wchar_t* rootKey);

@@ -1,6 +1,7 @@
 // The benchmarks, each measured against its floor in the same run:
 //   sdm_bench.exe [GROUP] [--quick] [--json FILE]
-// GROUP: cached (the cached hit, memory per value, threads), async, environment, sql, root,
+// GROUP: cached (the cached hit, memory per value, threads), platform (uncached registry and
+// environment against the platform calls), async, environment, sql, root,
 // engines, ctl; all of them without one. --quick: a few rounds and small sizes (for CI).
 // --json: the figures as JSON, for the report (scripts/bench.sh).
 #include "asyncstorage_bench.h"
@@ -9,6 +10,7 @@
 #include "environment_bench.h"
 #include "ctl_bench.h"
 #include "engines_bench.h"
+#include "platform_bench.h"
 #include "rootcall_bench.h"
 #include "sqlstorage_bench.h"
 
@@ -46,6 +48,8 @@ int main(int argc, char** argv)
     const bool all = only.empty() || only == "all";
     if (all || only == "cached")
         RunCachedHitBenchmarks();
+    if (all || only == "platform")
+        RunPlatformBenchmarks();
     if (all || only == "async")
         RunAsyncStorageBenchmarks();
     if (all || only == "environment")

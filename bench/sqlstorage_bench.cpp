@@ -11,6 +11,7 @@
 
 #include "XWQComBSTR.h"
 #include "benchclock.h"
+#include "benchresults.h"
 #include "xcomtypes.h"
 #include "xsessiondatastoragesql.h"
 #include "xsqlconnect.h"
@@ -29,12 +30,6 @@ namespace
 const int kRounds = 9;
 const int kCallsPerRound = 2000;
 const wchar_t kKey[] = L"Bench/Session/Window";
-
-double Median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 std::wstring TempFile(const wchar_t* name)
 {
@@ -151,35 +146,28 @@ private:
     sqlite3_stmt* m_select = nullptr;
 };
 
-// Median microseconds per call of storage and of raw, alternating round by round.
+// Microseconds per call of storage and of raw, alternating round by round.
 template <class Storage, class Raw>
-std::pair<double, double> SideBySide(Storage storage, Raw raw)
+BenchPair SideBySide(Storage storage, Raw raw)
 {
-    std::vector<double> storageRounds;
-    std::vector<double> rawRounds;
-    for (int round = -1; round < kRounds; ++round)
-    {
-        double start = NowNs();
-        for (int i = 0; i < kCallsPerRound; ++i)
-            storage();
-        const double storageUs = (NowNs() - start) / kCallsPerRound / 1000;
-        start = NowNs();
-        for (int i = 0; i < kCallsPerRound; ++i)
-            raw();
-        const double rawUs = (NowNs() - start) / kCallsPerRound / 1000;
-        if (round >= 0)
-        {
-            storageRounds.push_back(storageUs);
-            rawRounds.push_back(rawUs);
-        }
-    }
-    return {Median(storageRounds), Median(rawRounds)};
+    const int calls = BenchResults::Instance().Quick() ? kCallsPerRound / 10 : kCallsPerRound;
+    const auto perCall = [calls](auto body) {
+        return [calls, body] {
+            const double start = NowNs();
+            for (int i = 0; i < calls; ++i)
+                body();
+            return (NowNs() - start) / calls / 1000;
+        };
+    };
+    return BenchAlternate(BenchResults::Instance().Rounds(kRounds), perCall(storage), perCall(raw));
 }
 
-void PrintLine(const char* what, const std::pair<double, double>& figures, double target)
+void Record(const char* id, const char* what, const BenchPair& figures, double target)
 {
-    std::printf("  %-36s %9.2f us %9.2f us %7.2f   (target <= %.1f)\n", what, figures.first, figures.second,
-                figures.first / figures.second, target);
+    BenchResults::Instance().AddRatio("sql", id, what, "us", figures,
+                                      "the same statements through the SQLite C API, prepared once");
+    std::printf("  %-36s %9.2f us %9.2f us %7.2f   (target <= %.1f)\n", what, figures.Component(), figures.Floor(),
+                figures.Component() / figures.Floor(), target);
 }
 } // namespace
 
@@ -192,7 +180,7 @@ void RunSqlStorageBenchmarks()
     size_t failures = 0;
     std::printf("\nSQL storage over SQLite (WAL, synchronous=NORMAL) vs the same statements through the C API,\n"
                 "median of %d rounds of %d calls, alternating\n",
-                kRounds, kCallsPerRound);
+                BenchResults::Instance().Rounds(kRounds), kCallsPerRound);
     std::printf("  %-36s %12s %12s %7s\n", "", "storage", "C API", "ratio");
     for (int count : {1, 10})
     {
@@ -202,7 +190,8 @@ void RunSqlStorageBenchmarks()
                 failures += storage->StoreData(key, static_cast<ULONG>(count), records.records.data()) != S_OK;
             },
             [&] { raw.Store(records); });
-        PrintLine(count == 1 ? "StoreData, 1-value list" : "StoreData, 10-value list", figures, 1.3);
+        Record(count == 1 ? "store/1" : "store/10", count == 1 ? "StoreData, 1-value list" : "StoreData, 10-value list",
+               figures, 1.3);
     }
     std::vector<std::pair<std::wstring, std::wstring>> pairs;
     const auto read = SideBySide(
@@ -212,7 +201,7 @@ void RunSqlStorageBenchmarks()
                         values.Count() != 10;
         },
         [&] { failures += raw.Read(pairs) != 10; });
-    PrintLine("ReadData, 10-value key", read, 1.5);
+    Record("read/10", "ReadData, 10-value key", read, 1.5);
     if (failures)
         std::printf("warning: %zu calls failed\n", failures);
 }

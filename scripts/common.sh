@@ -56,6 +56,31 @@ build_all_clang() {
   cmake --build "$CLANG_BUILD_DIR" -j "$(nproc)"
 }
 
+# Registers the module and the storage-root server (with its in-process DLL) in the build tree's
+# Wine prefix.
+register_all() {
+  "$BUILD_DIR/wine-run.sh" regsvr32 /s "$(winpath "$BUILD_DIR/bin/WQSessionDataMng64.dll")"
+  echo "Registered $BUILD_DIR/bin/WQSessionDataMng64.dll"
+  "$BUILD_DIR/wine-run.sh" "$(winpath "$BUILD_DIR/bin/WQSessionDataRoot64.exe")" /RegServer
+  echo "Registered $BUILD_DIR/bin/WQSessionDataRoot64.exe (and WQSessionDataRoot64.dll beside it)"
+}
+
+# Runs every benchmark (quick: "--quick" or "") into build/bench/results.json and renders the
+# report at the given path from it; the full run also renews the README's headline table. A
+# PostgreSQL cluster must be running for the engines (WQ_TEST_PG).
+bench_run() {
+  local quick="$1" report="$2" json="$BUILD_DIR/bench/results.json"
+  mkdir -p "$BUILD_DIR/bench"
+  rm -f "$json"
+  "$BUILD_DIR/wine-run.sh" "$BUILD_DIR/bin/sdm_bench.exe" $quick --json "$(winpath "$json")" \
+    | tee "$BUILD_DIR/bench/output.txt"
+  local where
+  where="$(lscpu | sed -n 's/^Model name: *//p' | head -1), $(nproc) cores, $(wine64 --version 2>/dev/null || echo Wine)"
+  local readme=()
+  [ -z "$quick" ] && readme=(--readme "$ROOT/README.md")
+  /usr/bin/python3 "$ROOT/scripts/benchreport.py" "$json" "$report" --where "$where" "${readme[@]}"
+}
+
 # Windows path of a file in the build tree, as Wine sees it.
 winpath() {
   echo "Z:$1" | tr '/' '\\'

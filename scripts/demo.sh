@@ -9,10 +9,7 @@ ensure_packages
 ensure_tools
 build_all
 run() { "$BUILD_DIR/wine-run.sh" "$@"; }
-run regsvr32 /s "$(winpath "$BUILD_DIR/bin/WQSessionDataMng64.dll")"
-echo "Registered $BUILD_DIR/bin/WQSessionDataMng64.dll"
-run "$(winpath "$BUILD_DIR/bin/WQSessionDataRoot64.exe")" /RegServer
-echo "Registered $BUILD_DIR/bin/WQSessionDataRoot64.exe (and WQSessionDataRoot64.dll beside it)"
+register_all
 sdmctl() {
   echo "\$ sdmctl $*" >&2
   bash "$ROOT/scripts/sdmctl" "$@"
