@@ -13,6 +13,7 @@
 
 #include "benchclock.h"
 #include "benchresults.h"
+#include "rawodbc.h"
 #include "rootcall_bench.h"
 #include "xcomtypes.h"
 #include "xodbcconnection.h"
@@ -194,6 +195,55 @@ void Row(const char* id, const char* what, const std::vector<double>& sqlite, co
     std::printf("  %-44s %10.1f %10.1f %-6s %6.2f %s\n", what, Median(sqlite), Median(postgres), unit,
                 Median(sqlite) > 0 ? Median(postgres) / Median(sqlite) : 0, target > 0 ? "(target <= 2)" : "");
 }
+// The SQL storage on PostgreSQL in process against its statements made through ODBC directly.
+void AgainstRawOdbc(const std::wstring& connection)
+{
+    RawOdbc raw(connection.substr(5));  // without "odbc:"
+    if (!raw.Connected())
+    {
+        std::printf("warning: no raw ODBC connection for the floor\n");
+        return;
+    }
+    const XComPtr<IWQ_SessionDataStorageEx> storage = XSessionDataStorageSql::Create(XSqlConnect(connection));
+    TenValues ten;
+    std::vector<std::pair<std::wstring, std::wstring>> pairs;
+    for (size_t i = 0; i < ten.records.size(); ++i)
+        pairs.emplace_back(ten.names[i].c_str(), ten.texts[i].c_str());
+    const XWQComBSTR key(L"Bench/Raw/Ten");
+    size_t failures = 0;
+    const int rounds = BenchResults::Instance().Rounds(kRounds);
+    const int calls = BenchResults::Instance().Quick() ? kCalls / 4 : kCalls;
+    const auto perCall = [calls](auto body) {
+        return [calls, body] {
+            const double start = NowNs();
+            for (int i = 0; i < calls; ++i)
+                body();
+            return (NowNs() - start) / calls / 1000;
+        };
+    };
+    const BenchPair store = BenchAlternate(
+        rounds, perCall([&] { failures += storage->StoreData(key, 10, ten.records.data()) != S_OK; }),
+        perCall([&] { failures += !raw.Store(pairs); }));
+    std::vector<std::pair<std::wstring, std::wstring>> read;
+    const BenchPair list = BenchAlternate(
+        rounds,
+        perCall([&] {
+            XValueArray values;
+            failures += storage->ReadData(key, values.CountAddress(), values.ItemsAddress()) != S_OK || values.Count() != 10;
+        }),
+        perCall([&] { failures += raw.Read(read) != 10; }));
+    BenchResults& results = BenchResults::Instance();
+    results.AddRatio("engines", "odbc/store", "SQL storage on PostgreSQL: StoreData, 10 values", "us", store,
+                     "the key's levels and each value upserted through ODBC directly, a statement each (one transaction, prepared once)");
+    results.AddRatio("engines", "odbc/read", "SQL storage on PostgreSQL: ReadData, 10 values", "us", list,
+                     "the select of the key's values through ODBC directly (prepared once)");
+    std::printf("  PostgreSQL storage StoreData, 10 values: %.1f us, through ODBC directly %.1f us (%.2f)\n",
+                store.Component(), store.Floor(), store.Component() / store.Floor());
+    std::printf("  PostgreSQL storage ReadData, 10 values:  %.1f us, through ODBC directly %.1f us (%.2f)\n",
+                list.Component(), list.Floor(), list.Component() / list.Floor());
+    if (failures)
+        std::printf("warning: %zu calls failed\n", failures);
+}
 } // namespace
 
 void RunEngineBenchmarks()
@@ -218,6 +268,7 @@ void RunEngineBenchmarks()
     Row("read-after-write", "write on server A, read on server B", lite.readAfterWriteUs, pg.readAfterWriteUs, "us");
     std::printf("  stale reads on server B: SQLite %zu, PostgreSQL %zu; failed calls: %zu, %zu\n", lite.stale, pg.stale,
                 lite.failures + lite.drain.failures, pg.failures + pg.drain.failures);
+    AgainstRawOdbc(postgres);
     const std::pair<double, double> cost = CoherenceCost(postgres);
     std::printf("  no cache on PostgreSQL: GetStringList through a cached layer %.1f us, uncached %.1f us (%.1fx):\n"
                 "  the price of reading another machine's write at once\n",
