@@ -185,15 +185,6 @@ std::vector<double> StoreToRootNs(IWQ_SessionDataStorageDb* storage, const std::
     return samples;
 }
 
-// ns per call of body in one round.
-template <class Body>
-double NsPerCall(size_t perRound, Body body)
-{
-    const double start = NowNs();
-    for (size_t i = 0; i < perRound; ++i)
-        body();
-    return (NowNs() - start) / static_cast<double>(perRound);
-}
 
 void Show(const char* what, const BenchPair& pair, const char* unit)
 {
@@ -230,9 +221,9 @@ void RunAsyncStorageBenchmarks()
         CRITICAL_SECTION lock;
         ::InitializeCriticalSection(&lock);
         const BenchPair idle = BenchAlternate(
-            rounds, [&] { return NsPerCall(20000 / scale, [&] { failures += storage->FlushAsyncStorage() != S_OK; }); },
+            rounds, [&] { return BenchNsPerCall(20000 / scale, [&] { failures += storage->FlushAsyncStorage() != S_OK; }); },
             [&] {
-                return NsPerCall(20000 / scale, [&] {
+                return BenchNsPerCall(20000 / scale, [&] {
                     ::EnterCriticalSection(&lock);
                     ::LeaveCriticalSection(&lock);
                 });

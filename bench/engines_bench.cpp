@@ -212,15 +212,8 @@ void AgainstRawOdbc(const std::wstring& connection)
     const XWQComBSTR key(L"Bench/Raw/Ten");
     size_t failures = 0;
     const int rounds = BenchResults::Instance().Rounds(kRounds);
-    const int calls = BenchResults::Instance().Quick() ? kCalls / 4 : kCalls;
-    const auto perCall = [calls](auto body) {
-        return [calls, body] {
-            const double start = NowNs();
-            for (int i = 0; i < calls; ++i)
-                body();
-            return (NowNs() - start) / calls / 1000;
-        };
-    };
+    const size_t calls = BenchResults::Instance().Quick() ? kCalls / 4 : kCalls;
+    const auto perCall = [calls](auto body) { return BenchUsPerCallRound(calls, body); };
     const BenchPair store = BenchAlternate(
         rounds, perCall([&] { failures += storage->StoreData(key, 10, ten.records.data()) != S_OK; }),
         perCall([&] { failures += !raw.Store(pairs); }));

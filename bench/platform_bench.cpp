@@ -32,15 +32,6 @@ const SESSIONDATATYPE kEnvironment = static_cast<SESSIONDATATYPE>(1);
 const int kValues = 10;
 const char kGroup[] = "platform";
 
-// ns per call of body over calls calls.
-template <class Body>
-double NsPerCall(size_t calls, Body body)
-{
-    const double start = NowNs();
-    for (size_t i = 0; i < calls; ++i)
-        body();
-    return (NowNs() - start) / static_cast<double>(calls);
-}
 
 XComPtr<IWQ_SessionDataIO> UncachedLayerOver(IWQ_SessionDataStorage* storage)
 {
@@ -129,14 +120,14 @@ void Registry(IWQ_SessionDataMng* mng, int rounds, size_t calls, size_t& failure
     std::vector<double> read, raw, one, roundTrip;
     for (int round = -1; round < rounds; ++round)
     {
-        const double r = NsPerCall(calls, [&] { failures += !ManagerRead(mng, key, name, kRegistry); });
-        const double w = NsPerCall(calls, [&] { failures += !RawKeyRead(app, key); });
-        const double g = NsPerCall(calls, [&] {
+        const double r = BenchNsPerCall(calls, [&] { failures += !ManagerRead(mng, key, name, kRegistry); });
+        const double w = BenchNsPerCall(calls, [&] { failures += !RawKeyRead(app, key); });
+        const double g = BenchNsPerCall(calls, [&] {
             wchar_t data[256];
             DWORD bytes = sizeof data;
             failures += ::RegGetValueW(app, key, name, RRF_RT_REG_SZ, nullptr, data, &bytes) != ERROR_SUCCESS;
         });
-        const double s = NsPerCall(calls, [&] { ::SetEvent(event); });
+        const double s = BenchNsPerCall(calls, [&] { ::SetEvent(event); });
         if (round < 0)
             continue;
         read.push_back(r);
@@ -155,8 +146,8 @@ void Registry(IWQ_SessionDataMng* mng, int rounds, size_t calls, size_t& failure
     Show("registry GetData, uncached", {read, roundTrip}, "one SetEvent (round trips)");
 
     const BenchPair write = BenchAlternate(
-        rounds, [&] { return NsPerCall(calls, [&] { failures += !ManagerWrite(mng, key, name, text, kRegistry); }); },
-        [&] { return NsPerCall(calls, [&] { failures += !RawWrite(app, key, name, text); }); });
+        rounds, [&] { return BenchNsPerCall(calls, [&] { failures += !ManagerWrite(mng, key, name, text, kRegistry); }); },
+        [&] { return BenchNsPerCall(calls, [&] { failures += !RawWrite(app, key, name, text); }); });
     results.AddRatio(kGroup, "registry/write", "uncached registry WriteData", "ns", write,
                      "RegCreateKeyExW, RegSetValueExW, RegCloseKey");
     Show("registry WriteData, uncached", write, "create, set, close directly");
@@ -178,9 +169,9 @@ void Environment(IWQ_SessionDataMng* mng, int rounds, size_t calls, size_t& fail
     // The storage reads the environment once, at its first read: bound after the variable is set.
     mng->SetStorageIO(UncachedLayerOver(storage.Get()).Get(), kEnvironment);
     const BenchPair read = BenchAlternate(
-        rounds, [&] { return NsPerCall(calls, [&] { failures += !ManagerRead(mng, key, name, kEnvironment); }); },
+        rounds, [&] { return BenchNsPerCall(calls, [&] { failures += !ManagerRead(mng, key, name, kEnvironment); }); },
         [&] {
-            return NsPerCall(calls, [&] {
+            return BenchNsPerCall(calls, [&] {
                 wchar_t data[256];
                 failures += ::GetEnvironmentVariableW(L"BENCH/SESSION/VALUE3", data, 256) == 0;
             });
@@ -188,8 +179,8 @@ void Environment(IWQ_SessionDataMng* mng, int rounds, size_t calls, size_t& fail
     results.AddRatio(kGroup, "environment/read", "uncached environment GetData", "ns", read, "GetEnvironmentVariableW");
     Show("environment GetData, uncached", read, "GetEnvironmentVariableW");
     const BenchPair write = BenchAlternate(
-        rounds, [&] { return NsPerCall(calls, [&] { failures += !ManagerWrite(mng, key, name, text, kEnvironment); }); },
-        [&] { return NsPerCall(calls, [&] { failures += !::SetEnvironmentVariableW(L"BENCH/SESSION/VALUE3", text); }); });
+        rounds, [&] { return BenchNsPerCall(calls, [&] { failures += !ManagerWrite(mng, key, name, text, kEnvironment); }); },
+        [&] { return BenchNsPerCall(calls, [&] { failures += !::SetEnvironmentVariableW(L"BENCH/SESSION/VALUE3", text); }); });
     results.AddRatio(kGroup, "environment/write", "uncached environment WriteData", "ns", write, "SetEnvironmentVariableW");
     Show("environment WriteData, uncached", write, "SetEnvironmentVariableW");
     ::SetEnvironmentVariableW(L"BENCH/SESSION/VALUE3", nullptr);

@@ -150,16 +150,9 @@ private:
 template <class Storage, class Raw>
 BenchPair SideBySide(Storage storage, Raw raw)
 {
-    const int calls = BenchResults::Instance().Quick() ? kCallsPerRound / 10 : kCallsPerRound;
-    const auto perCall = [calls](auto body) {
-        return [calls, body] {
-            const double start = NowNs();
-            for (int i = 0; i < calls; ++i)
-                body();
-            return (NowNs() - start) / calls / 1000;
-        };
-    };
-    return BenchAlternate(BenchResults::Instance().Rounds(kRounds), perCall(storage), perCall(raw));
+    const size_t calls = BenchResults::Instance().Quick() ? kCallsPerRound / 10 : kCallsPerRound;
+    return BenchAlternate(BenchResults::Instance().Rounds(kRounds), BenchUsPerCallRound(calls, storage),
+                          BenchUsPerCallRound(calls, raw));
 }
 
 void Record(const char* id, const char* what, const BenchPair& figures, double target)
