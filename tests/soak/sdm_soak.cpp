@@ -284,7 +284,8 @@ int main(int argc, char** argv)
         SoakRootHost host(L"sqlite:" + database);
         const std::wstring rootKey = XCtlWide(app);
         SoakRooted databaseCategory(
-            kSoakDatabase, [&](HRESULT& hr) { return DatabaseStorage(host.Root(hr), rootKey, hr); }, {});
+            kSoakDatabase, [&](HRESULT& hr) { return DatabaseStorage(host.Root(hr), rootKey, hr); },
+            {nullptr, nullptr, [&] { host.Kill(); }});
         long long epochMismatches = 0;
         SoakRooted faultyCategory(
             kSoakFaulty,
@@ -295,7 +296,8 @@ int main(int argc, char** argv)
              [&](int generation) {
                  if (faultRoot->NextEpoch() != generation)
                      ++epochMismatches;
-             }});
+             },
+             nullptr});
         SoakWorld world(session, databaseCategory, faultyCategory, host);
 
         XComPtr<IWQ_SessionDataMng> manager = XCtlCreate<IWQ_SessionDataMng>(L"WQSessionDataMng.WQSessionDataMng");

@@ -22,8 +22,9 @@ HRESULT SoakRooted::Rebind(IWQ_SessionDataMng* manager)
 {
     Settle(manager);
     HRESULT hr = E_FAIL;
-    // A root server that was just killed may take a moment to be started again.
-    for (int attempt = 0; attempt < 5; ++attempt)
+    // A root server killed while the storage took it (or one that answers no more) is left
+    // behind, and a new one is made.
+    for (int attempt = 0; attempt < 10; ++attempt)
     {
         const XComPtr<IWQ_SessionDataStorage> storage = m_make(hr);
         if (storage)
@@ -32,8 +33,11 @@ HRESULT SoakRooted::Rebind(IWQ_SessionDataMng* manager)
             if (hr == S_OK)
                 break;
         }
+        if (m_hooks.unreachable)
+            m_hooks.unreachable();
         ::Sleep(200);
     }
+    m_broken = hr != S_OK;
     if (hr != S_OK)
         return FAILED(hr) ? hr : E_FAIL;
     ++m_rebindings;
@@ -46,7 +50,7 @@ HRESULT SoakRooted::Rebind(IWQ_SessionDataMng* manager)
 HRESULT SoakRooted::Replace(IWQ_SessionDataMng* manager, int seen)
 {
     std::unique_lock<SoakGate> gate(m_gate);
-    return m_generation.load() == seen ? Rebind(manager) : S_OK;
+    return m_generation.load() == seen || m_broken.load() ? Rebind(manager) : S_OK;
 }
 
 bool SoakRooted::Report(int generation, HRESULT hr)

@@ -25,6 +25,7 @@ public:
     {
         std::function<void()> retiring;          // before the old storage is settled and released
         std::function<void(int generation)> bound;  // after the new storage is bound
+        std::function<void()> unreachable;          // after a new storage could not be made or bound
     };
 
     SoakRooted(int number, Maker make, Hooks hooks) : m_number(number), m_make(std::move(make)), m_hooks(std::move(hooks)) {}
@@ -40,8 +41,12 @@ public:
     // With the gate held exclusively: settled, then a new storage bound. S_OK, or why no storage
     // could be bound.
     HRESULT Rebind(IWQ_SessionDataMng* manager);
-    // Takes the gate and rebinds, unless the generation is no longer the one seen failing.
+    // Takes the gate and rebinds, unless the generation is no longer the one seen failing (and
+    // the last rebinding did not fail).
     HRESULT Replace(IWQ_SessionDataMng* manager, int seen);
+    // Whether the last rebinding failed: the category may be left unbound, and the next
+    // operation on it rebinds first.
+    bool Broken() const noexcept { return m_broken.load(); }
     // A failure reported for a generation; true the first time.
     bool Report(int generation, HRESULT hr);
     std::map<int, HRESULT> Reports() const;
@@ -54,6 +59,7 @@ private:
     SoakGate m_gate;
     std::atomic<int> m_generation{0};
     std::atomic<long long> m_rebindings{0};
+    std::atomic<bool> m_broken{false};
     mutable std::mutex m_reportsMutex;
     std::map<int, HRESULT> m_reports;
 };

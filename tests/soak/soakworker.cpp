@@ -139,6 +139,9 @@ template <class Op>
 HRESULT SoakWorker::OnRooted(int category, const char* what, Op op)
 {
     SoakRooted& rooted = m_world.Rooted(category);
+    // A rebinding that failed left the category as it was (perhaps unbound): bind it first.
+    if (rooted.Broken())
+        Fail(rooted.Replace(Mng(), rooted.Generation()), "rebinding after a failed rebinding");
     std::shared_lock<SoakGate> gate(rooted.Gate());
     const int generation = rooted.Generation();
     if (m_generation[category] != generation)
