@@ -153,9 +153,9 @@ def renew_readme(path, run, targets, report):
         text = file.read()
     if BEGIN not in text or END not in text:
         raise SystemExit(f"benchreport: {path} has no performance markers")
-    rows = ["| figure | ratio to its floor | target |", "|---|---|---|"]
+    rows = ["| figure | against | ratio | target |", "|---|---|---|---|"]
     for f in targets:
-        rows.append(f"| {label(f)} | {spread(f['ratio'])} | {target_text(f)} |")
+        rows.append(f"| {label(f)} | {f['floor_name']} | {spread(f['ratio'])} | {target_text(f)} |")
     block = "\n".join([BEGIN, "", f"From the run of {run['date']} ([the report]({report})):", ""] + rows + ["", END])
     head, rest = text.split(BEGIN, 1)
     tail = rest.split(END, 1)[1]
@@ -264,7 +264,7 @@ def main():
 
     out = ["# Performance", ""]
     out.append(f"Measured by `bash scripts/bench.sh` on {run['date']}"
-               + (f", {args.where}" if args.where else "") + f", {run['processors']} processors, under Wine"
+               + (f", {args.where}" if args.where else f", {run['processors']} processors, under Wine")
                + (" (quick mode: a few rounds, small sizes)" if run.get("quick") else "") + ". "
                "This page is rendered from that run's JSON (`scripts/benchreport.py`). Every figure "
                "stands beside its floor, the same work without this component, measured in the same "
@@ -274,13 +274,16 @@ def main():
     out.append("")
     targets = [f for f in figures if "target_max" in f]
     if targets:
-        out += ["## Targets", "", "| figure | ratio (median, min–max) | target |", "|---|---|---|"]
+        out += ["## Targets", "", "| figure | against | ratio (median, min–max) | target |", "|---|---|---|---|"]
         for f in targets:
-            out.append(f"| {label(f)} | {spread(f['ratio'])} | {target_text(f)} |")
+            out.append(f"| {label(f)} | {f['floor_name']} | {spread(f['ratio'])} | {target_text(f)} |")
         out.append("")
         missed = [f for f in targets if f["ratio"]["median"] > f["target_max"]]
+        reasons = {}
         for f in missed:
-            out += [f"**Missed: {label(f)}.** {missed_why(f)}", ""]
+            reasons.setdefault(missed_why(f), []).append(label(f))
+        for why, labels in reasons.items():
+            out += [f"**Missed: {'; '.join(labels)}.** {why}", ""]
     for group, title, limits in GROUPS:
         rows = by_group.get(group)
         if not rows:

@@ -75,7 +75,7 @@ bench_run() {
   "$BUILD_DIR/wine-run.sh" "$BUILD_DIR/bin/sdm_bench.exe" $quick --json "$(winpath "$json")" \
     | tee "$BUILD_DIR/bench/output.txt"
   local where
-  where="$(lscpu | sed -n 's/^Model name: *//p' | head -1), $(nproc) cores, $(wine64 --version 2>/dev/null || echo Wine)"
+  where="on $(lscpu | sed -n 's/^Model name: *//p' | head -1) ($(nproc) cores, shared), $(/usr/lib/wine/wine64 --version)"
   local readme=()
   [ -z "$quick" ] && readme=(--readme "$ROOT/README.md")
   /usr/bin/python3 "$ROOT/scripts/benchreport.py" "$json" "$report" --where "$where" "${readme[@]}"
