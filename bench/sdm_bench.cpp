@@ -2,7 +2,7 @@
 //   sdm_bench.exe [GROUP] [--quick] [--json FILE]
 // GROUP: cached (the cached hit, memory per value, threads), platform (uncached registry and
 // environment against the platform calls), async, environment, sql, root,
-// engines, ctl; all of them without one. --quick: a few rounds and small sizes (for CI).
+// engines, ctl, script (the automation object from VBScript); all of them without one. --quick: a few rounds and small sizes (for CI).
 // --json: the figures as JSON, for the report (scripts/bench.sh).
 #include "asyncstorage_bench.h"
 #include "benchresults.h"
@@ -12,6 +12,7 @@
 #include "engines_bench.h"
 #include "platform_bench.h"
 #include "rootcall_bench.h"
+#include "script_bench.h"
 #include "sqlstorage_bench.h"
 
 #include <windows.h>
@@ -62,6 +63,8 @@ int main(int argc, char** argv)
         RunEngineBenchmarks();
     if (all || only == "ctl")
         RunCtlBenchmarks(program);
+    if (all || only == "script")
+        RunScriptBenchmarks();
     int result = 0;
     if (!json.empty() && !BenchResults::Instance().Write(json))
     {

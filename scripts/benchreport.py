@@ -64,6 +64,10 @@ GROUPS = [
      "Each `SetEnvironmentVariableW` scans the whole environment block and copies it when it "
      "grows, so a list costs its length times the block's size; the floor makes the same platform "
      "calls."),
+    ("script", "The automation object from VBScript",
+     "A GetValue from a script goes through the engine's late binding (the name to a DISPID, the "
+     "arguments into VARIANTs), the type library's Invoke, the session's lock and its parsing of the "
+     "category, and then the manager's GetData, which is the floor."),
     ("ctl", "sdmctl against the same calls from C++",
      "The tool's figures have its start-up (process, binding, activating the server) taken out; "
      "its own work is JSON parsing and writing beside the same manager calls."),

@@ -56,13 +56,15 @@ build_all_clang() {
   cmake --build "$CLANG_BUILD_DIR" -j "$(nproc)"
 }
 
-# Registers the module and the storage-root server (with its in-process DLL) in the build tree's
-# Wine prefix.
+# Registers the module, the storage-root server (with its in-process DLL) and the automation
+# object for scripts in the build tree's Wine prefix.
 register_all() {
   "$BUILD_DIR/wine-run.sh" regsvr32 /s "$(winpath "$BUILD_DIR/bin/WQSessionDataMng64.dll")"
   echo "Registered $BUILD_DIR/bin/WQSessionDataMng64.dll"
   "$BUILD_DIR/wine-run.sh" "$(winpath "$BUILD_DIR/bin/WQSessionDataRoot64.exe")" /RegServer
   echo "Registered $BUILD_DIR/bin/WQSessionDataRoot64.exe (and WQSessionDataRoot64.dll beside it)"
+  "$BUILD_DIR/wine-run.sh" regsvr32 /s "$(winpath "$BUILD_DIR/bin/WQSessionDataSession64.dll")"
+  echo "Registered $BUILD_DIR/bin/WQSessionDataSession64.dll (WQSessionDataMng.Session, for scripts)"
 }
 
 # Runs every benchmark (quick: "--quick" or "") into build/bench/results.json and renders the

@@ -38,6 +38,7 @@ target_link_libraries(test_session_dispatch PRIVATE sdm_ctl)
 add_dependencies(test_session_dispatch WQSessionDataSession64)
 
 # Calls from a script run by the VBScript engine in the test process, counted by a malloc spy.
-wq_add_root_test(test_session_scriptleaks FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_session_scriptleaks.cpp)
+wq_add_root_test(test_session_scriptleaks FALSE ${CMAKE_CURRENT_SOURCE_DIR}/test_session_scriptleaks.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/support/scripthost.cpp)
 target_link_libraries(test_session_scriptleaks PRIVATE sdm_ctl)
 add_dependencies(test_session_scriptleaks WQSessionDataSession64)
