@@ -20,6 +20,7 @@ s.Bind 1, "env"
 s.Bind "user1", "volatile"
 s.Bind "user2", "volatile"
 s.Bind "user3", "registry:" & root & "\User3"
+s.Bind "userdb", "db:ScriptTests;user;connection={sqlite:C:\windows\temp\wqsdm-script-tests.db}"
 
 ' Values in and out, with their types.
 s.SetValue "K", "Int", 1280
@@ -67,6 +68,17 @@ Check "SubKeys Item", s.SubKeys("Tree", True, "user").Item(0), "Tree/A"
 ' Transfer from one category to another.
 s.Transfer "user", "user1", "K", "Copied"
 Check "Transfer", s.GetValue("Copied", "Int", "user1"), "1280"
+
+' A database category: written, read, deleted.
+s.SetValue "Db/K", "n", "in the database", "userdb"
+s.Flush "userdb"
+Check "a database value", s.GetValue("Db/K", "n", "userdb"), "in the database"
+s.DeleteKey "Db/K", "userdb"
+s.Flush "userdb"
+Check "a deleted database key is Empty", TypeName(s.GetValue("Db/K", "n", "userdb")), "Empty"
+
+' GetEncrypted: a value that is not encrypted comes back as it is stored (the manager logs it).
+Check "GetEncrypted of a plain value", s.GetEncrypted("K", "Int", "user"), "1280"
 
 ' Flush and the asynchronous errors.
 s.Flush
