@@ -30,6 +30,12 @@ const VARIANT& Plain(const VARIANT& given)
     return given.vt == (VT_BYREF | VT_VARIANT) && given.pvarVal ? *given.pvarVal : given;
 }
 
+// The categories a call names: one, or every bindable one for all.
+std::vector<XCtlCategory> Across(const XCtlCategory& category)
+{
+    return category.number == 0 ? XCtlBindableCategories() : std::vector<XCtlCategory>{category};
+}
+
 std::string Utf8(BSTR text)
 {
     return XCtlUtf8(std::wstring(text ? text : L"", ::SysStringLen(text)));
@@ -228,14 +234,8 @@ STDMETHODIMP XSessionObject::Transfer(VARIANT fromCategory, VARIANT toCategory, 
 STDMETHODIMP XSessionObject::Flush(VARIANT category)
 {
     return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionObject::Flush"), [&]() -> HRESULT {
-        const XCtlCategory which = CategoryOf(category, "all");
-        std::vector<XCtlCategory> flushed;
-        if (which.number == 0)
-            flushed = XCtlBindableCategories();
-        else
-            flushed.push_back(which);
         IWQ_SessionDataMng* manager = m_session->Manager();
-        for (const XCtlCategory& each : flushed)
+        for (const XCtlCategory& each : Across(CategoryOf(category, "all")))
         {
             const HRESULT written = manager->FlushAsyncStorage(each.type);
             if (FAILED(written))
@@ -258,13 +258,7 @@ STDMETHODIMP XSessionObject::LastAsyncError(VARIANT category, LONG* hresult)
     return Run(__LINE__, XSDM_FUNCTION_NAME(L"XSessionObject::LastAsyncError"), [&]() -> HRESULT {
         Report().CheckPointerOrRaise(__LINE__, XSDM_FUNCTION_NAME(L"XSessionObject::LastAsyncError"), hresult);
         *hresult = 0;
-        const XCtlCategory which = CategoryOf(category, "all");
-        std::vector<XCtlCategory> asked;
-        if (which.number == 0)
-            asked = XCtlBindableCategories();
-        else
-            asked.push_back(which);
-        for (const XCtlCategory& each : asked)
+        for (const XCtlCategory& each : Across(CategoryOf(category, "all")))
         {
             HRESULT async = S_OK;
             m_session->Manager()->GetLastErrorAsyncExecution(each.type, &async);

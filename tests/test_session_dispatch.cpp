@@ -88,6 +88,33 @@ void Invoke(IDispatch* object, DISPID id, WORD flags, const Args& args, Call& ca
                              &argumentError);
 }
 
+// A method called by name with positional arguments.
+void CallByName(IDispatch* object, const wchar_t* name, const Args& args, Call& call)
+{
+    Invoke(object, IdOf(object, name), DISPATCH_METHOD, args, call);
+}
+
+// A session with its volatile category bound.
+XComPtr<IDispatch> VolatileSession()
+{
+    XComPtr<IDispatch> session = NewSession();
+    Args args;
+    args.Text(L"volatile").Text(L"volatile");
+    Call bind;
+    CallByName(session.Get(), L"Bind", args, bind);
+    EXPECT_EQ(S_OK, bind.hr);
+    return session;
+}
+
+// SetValue of a text into the volatile category.
+void SetText(IDispatch* session, const wchar_t* key, const wchar_t* name, const wchar_t* text)
+{
+    Args args;
+    args.Text(key).Text(name).Text(text).Text(L"volatile");
+    Call set;
+    CallByName(session, L"SetValue", args, set);
+    EXPECT_EQ(S_OK, set.hr);
+}
 } // namespace
 
 TEST(SessionDispatch, MethodsAndTheirParametersHaveDispatchIds)
@@ -109,29 +136,18 @@ TEST(SessionDispatch, MethodsAndTheirParametersHaveDispatchIds)
 
 TEST(SessionDispatch, OptionalArgumentsMayBeLeftOutOrNamed)
 {
-    const XComPtr<IDispatch> session = NewSession();
-    Call bind;
-    Args bindArgs;
-    bindArgs.Text(L"volatile");
-    bindArgs.Text(L"volatile");
-    Invoke(session.Get(), IdOf(session.Get(), L"Bind"), DISPATCH_METHOD, bindArgs, bind);
-    ASSERT_EQ(S_OK, bind.hr);
-
+    const XComPtr<IDispatch> session = VolatileSession();
     Call set;
     Args setArgs;
-    setArgs.Text(L"Dispatch/K");
-    setArgs.Text(L"n");
-    setArgs.Number(42);
-    setArgs.Text(L"volatile");
-    Invoke(session.Get(), IdOf(session.Get(), L"SetValue"), DISPATCH_METHOD, setArgs, set);
+    setArgs.Text(L"Dispatch/K").Text(L"n").Number(42).Text(L"volatile");
+    CallByName(session.Get(), L"SetValue", setArgs, set);
     ASSERT_EQ(S_OK, set.hr);
 
     // Left out: the category defaults to all.
     Call all;
     Args twoArgs;
-    twoArgs.Text(L"Dispatch/K");
-    twoArgs.Text(L"n");
-    Invoke(session.Get(), IdOf(session.Get(), L"GetValue"), DISPATCH_METHOD, twoArgs, all);
+    twoArgs.Text(L"Dispatch/K").Text(L"n");
+    CallByName(session.Get(), L"GetValue", twoArgs, all);
     ASSERT_EQ(S_OK, all.hr);
     ASSERT_EQ(VT_BSTR, all.result.Get().vt);
     EXPECT_STREQ(L"42", all.result.Get().bstrVal);
@@ -139,10 +155,7 @@ TEST(SessionDispatch, OptionalArgumentsMayBeLeftOutOrNamed)
     // Named: the category by its parameter's DISPID (named arguments come first, last to first).
     Call named;
     Args namedArgs;
-    namedArgs.Text(L"Dispatch/K");
-    namedArgs.Text(L"n");
-    namedArgs.Number(3);
-    namedArgs.Text(L"volatile");
+    namedArgs.Text(L"Dispatch/K").Text(L"n").Number(3).Text(L"volatile");
     LPOLESTR names[] = {const_cast<LPOLESTR>(L"GetValueAs"), const_cast<LPOLESTR>(L"category")};
     DISPID ids[2] = {};
     ASSERT_EQ(S_OK, session->GetIDsOfNames(IID_NULL, names, 2, LOCALE_USER_DEFAULT, ids));
@@ -157,9 +170,8 @@ TEST(SessionDispatch, AFailureIsAnExceptionWithTheHresultAndTheCause)
     const XComPtr<IDispatch> session = NewSession();
     Call call;
     Args args;
-    args.Text(L"nosuch");
-    args.Text(L"volatile");
-    Invoke(session.Get(), IdOf(session.Get(), L"Bind"), DISPATCH_METHOD, args, call);
+    args.Text(L"nosuch").Text(L"volatile");
+    CallByName(session.Get(), L"Bind", args, call);
     EXPECT_EQ(DISP_E_EXCEPTION, call.hr);
     EXPECT_EQ(E_INVALIDARG, call.exception.scode);
     ASSERT_TRUE(call.exception.bstrDescription);
@@ -168,25 +180,13 @@ TEST(SessionDispatch, AFailureIsAnExceptionWithTheHresultAndTheCause)
 
 TEST(SessionDispatch, TheValuesCollectionHasADefaultMemberAndAnEnumerator)
 {
-    const XComPtr<IDispatch> session = NewSession();
-    Call bind;
-    Args bindArgs;
-    bindArgs.Text(L"volatile");
-    bindArgs.Text(L"volatile");
-    Invoke(session.Get(), IdOf(session.Get(), L"Bind"), DISPATCH_METHOD, bindArgs, bind);
+    const XComPtr<IDispatch> session = VolatileSession();
     for (const wchar_t* name : {L"b", L"a"})
-    {
-        Call set;
-        Args setArgs;
-        setArgs.Text(L"Dispatch/List").Text(name).Text(L"value").Text(L"volatile");
-        Invoke(session.Get(), IdOf(session.Get(), L"SetValue"), DISPATCH_METHOD, setArgs, set);
-        ASSERT_EQ(S_OK, set.hr);
-    }
+        SetText(session.Get(), L"Dispatch/List", name, L"value");
     Call values;
     Args valuesArgs;
-    valuesArgs.Text(L"Dispatch/List");
-    valuesArgs.Text(L"volatile");
-    Invoke(session.Get(), IdOf(session.Get(), L"Values"), DISPATCH_METHOD, valuesArgs, values);
+    valuesArgs.Text(L"Dispatch/List").Text(L"volatile");
+    CallByName(session.Get(), L"Values", valuesArgs, values);
     ASSERT_EQ(S_OK, values.hr);
     ASSERT_EQ(VT_DISPATCH, values.result.Get().vt);
     IDispatch* collection = values.result.Get().pdispVal;
