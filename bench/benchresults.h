@@ -16,6 +16,10 @@ struct BenchSpread
     double max = 0;
 };
 BenchSpread BenchSpreadOf(std::vector<double> samples);
+inline double BenchMedian(const std::vector<double>& samples)
+{
+    return BenchSpreadOf(samples).median;
+}
 
 // A figure and its floor over the same rounds.
 struct BenchPair

@@ -36,11 +36,6 @@ int Keys()
     return BenchResults::Instance().Quick() ? 20 : 1000;
 }
 
-double Median(const std::vector<double>& values)
-{
-    return BenchSpreadOf(values).median;
-}
-
 std::wstring TempPath(const wchar_t* name)
 {
     wchar_t folder[MAX_PATH] = {};
@@ -184,13 +179,13 @@ void RunCtlBenchmarks(const wchar_t* program)
                      "GetSubKeys and GetStringList per key, from C++ in one process", ownDump, params, 1.5);
     results.AddValue("ctl", "startup", "sdmctl start-up: the process, binding the category, activating the server", "s",
                      startup);
-    std::printf("  sdmctl start-up (process, binding, server):  %8.2f s\n", Median(startup));
-    std::printf("  load, sdmctl:   %8.2f s  %9.0f values/s\n", Median(toolLoad), values / Median(toolLoad));
-    std::printf("  load, C++:      %8.2f s  %9.0f values/s   ratio %.2f (target <= 1.5)\n", Median(ownLoad),
-                values / Median(ownLoad), Median(toolLoad) / Median(ownLoad));
-    std::printf("  dump, sdmctl:   %8.2f s  %9.0f values/s\n", Median(toolDump), values / Median(toolDump));
-    std::printf("  dump, C++:      %8.2f s  %9.0f values/s   ratio %.2f (target <= 1.5)\n", Median(ownDump),
-                values / Median(ownDump), Median(toolDump) / Median(ownDump));
+    std::printf("  sdmctl start-up (process, binding, server):  %8.2f s\n", BenchMedian(startup));
+    std::printf("  load, sdmctl:   %8.2f s  %9.0f values/s\n", BenchMedian(toolLoad), values / BenchMedian(toolLoad));
+    std::printf("  load, C++:      %8.2f s  %9.0f values/s   ratio %.2f (target <= 1.5)\n", BenchMedian(ownLoad),
+                values / BenchMedian(ownLoad), BenchMedian(toolLoad) / BenchMedian(ownLoad));
+    std::printf("  dump, sdmctl:   %8.2f s  %9.0f values/s\n", BenchMedian(toolDump), values / BenchMedian(toolDump));
+    std::printf("  dump, C++:      %8.2f s  %9.0f values/s   ratio %.2f (target <= 1.5)\n", BenchMedian(ownDump),
+                values / BenchMedian(ownDump), BenchMedian(toolDump) / BenchMedian(ownDump));
     if (dumpedValues != static_cast<size_t>(values))
         std::printf("warning: the C++ dump read %zu values\n", dumpedValues);
 }

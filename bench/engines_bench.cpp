@@ -38,11 +38,6 @@ const int kRounds = 7;
 const int kCalls = 200;
 const wchar_t kSchema[] = L"sdm_bench";
 
-double Median(const std::vector<double>& values)
-{
-    return BenchSpreadOf(values).median;
-}
-
 // Microseconds per call of call in each round of kCalls calls, after a warm-up round.
 std::vector<double> PerCallUs(const std::function<bool(int)>& call, size_t& failures)
 {
@@ -148,8 +143,8 @@ std::pair<double, double> CoherenceCost(const std::wstring& connection)
     const XWQComBSTR key(L"Bench/Coherence");
     uncached->WriteStringList(key, 10, ten.records.data());
     size_t failures = 0;
-    const double cachedUs = Median(PerCallUs([&](int) { return ListOfTen(cached.Get(), key); }, failures));
-    const double uncachedUs = Median(PerCallUs([&](int) { return ListOfTen(uncached.Get(), key); }, failures));
+    const double cachedUs = BenchMedian(PerCallUs([&](int) { return ListOfTen(cached.Get(), key); }, failures));
+    const double uncachedUs = BenchMedian(PerCallUs([&](int) { return ListOfTen(uncached.Get(), key); }, failures));
     return {cachedUs, uncachedUs};
 }
 
@@ -192,8 +187,8 @@ void Row(const char* id, const char* what, const std::vector<double>& sqlite, co
 {
     BenchResults::Instance().AddRatio("engines", id, what, unit, postgres, "the same on SQLite", sqlite,
                                       nlohmann::json::object(), target);
-    std::printf("  %-44s %10.1f %10.1f %-6s %6.2f %s\n", what, Median(sqlite), Median(postgres), unit,
-                Median(sqlite) > 0 ? Median(postgres) / Median(sqlite) : 0, target > 0 ? "(target <= 2)" : "");
+    std::printf("  %-44s %10.1f %10.1f %-6s %6.2f %s\n", what, BenchMedian(sqlite), BenchMedian(postgres), unit,
+                BenchMedian(sqlite) > 0 ? BenchMedian(postgres) / BenchMedian(sqlite) : 0, target > 0 ? "(target <= 2)" : "");
 }
 // The SQL storage on PostgreSQL in process against its statements made through ODBC directly.
 void AgainstRawOdbc(const std::wstring& connection)

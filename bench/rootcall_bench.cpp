@@ -36,11 +36,6 @@ const wchar_t kKey[] = L"Bench/Session";
 // {5B0E3C59-0F79-4B0B-9A4C-2D1E3B8A7F10}: the do-nothing object of the bare call.
 const CLSID kNothingClsid = {0x5b0e3c59, 0x0f79, 0x4b0b, {0x9a, 0x4c, 0x2d, 0x1e, 0x3b, 0x8a, 0x7f, 0x10}};
 
-double Median(const std::vector<double>& values)
-{
-    return BenchSpreadOf(values).median;
-}
-
 std::wstring ValueName(int i)
 {
     return L"value" + std::to_wstring(i);
@@ -202,8 +197,8 @@ void MeasureCalls(IWQ_SessionDataIOEx* root, IWQ_SessionDataIOEx* nothing)
     BenchResults::Instance().AddRatio("root", "list/10", "GetStringList of 10 values through the root server", "us",
                                       rootRounds, "the same call of a do-nothing object in another process", bareRounds,
                                       nlohmann::json::object(), 1.2);
-    const double rootUs = Median(rootRounds);
-    const double bareUs = Median(bareRounds);
+    const double rootUs = BenchMedian(rootRounds);
+    const double bareUs = BenchMedian(bareRounds);
     std::printf("  GetStringList, 10 values, root:       %9.1f us per call\n", rootUs);
     std::printf("  the same call of a do-nothing object: %9.1f us per call\n", bareUs);
     std::printf("  ratio root / bare call:               %9.2f   (target <= 1.2)\n", rootUs / bareUs);
@@ -271,10 +266,10 @@ void PrintDrain(const DrainFigures& figures)
                      figures.rates, "the same writes made on the root directly, per second", figures.directRates);
     results.AddValue("async", "store/process", "StoreData of one value piped to the root server (caller's thread)", "us",
                      figures.pipeUs);
-    std::printf("  StoreData piped, one value:           %9.1f us per call (caller's thread)\n", Median(figures.pipeUs));
-    std::printf("  FlushAsyncStorage of 1,000 writes:    %9.1f ms until all are committed\n", Median(figures.flushMs));
-    std::printf("  drain rate to the server:             %9.0f writes/s (directly: %.0f/s)\n", Median(figures.rates),
-                Median(figures.directRates));
+    std::printf("  StoreData piped, one value:           %9.1f us per call (caller's thread)\n", BenchMedian(figures.pipeUs));
+    std::printf("  FlushAsyncStorage of 1,000 writes:    %9.1f ms until all are committed\n", BenchMedian(figures.flushMs));
+    std::printf("  drain rate to the server:             %9.0f writes/s (directly: %.0f/s)\n", BenchMedian(figures.rates),
+                BenchMedian(figures.directRates));
     if (figures.failures)
         std::printf("warning: %zu calls failed\n", figures.failures);
 }

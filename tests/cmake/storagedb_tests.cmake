@@ -181,7 +181,7 @@ add_executable(sdm_soak
   ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakroothost.cpp
   ${CMAKE_CURRENT_SOURCE_DIR}/soak/soakstacks.cpp)
 target_include_directories(sdm_soak PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/soak)
-target_link_libraries(sdm_soak PRIVATE sdm_ctl wq_basetestsupport dbghelp user32)
+target_link_libraries(sdm_soak PRIVATE sdm_ctl sdm_threading wq_basetestsupport dbghelp user32)
 add_dependencies(sdm_soak WQSessionDataMng64 WQSessionDataRoot64)
 add_test(NAME Soak.ShortRun COMMAND ${CMAKE_BINARY_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/bin/sdm_soak.exe --seconds 40)
 set_tests_properties(Soak.ShortRun PROPERTIES FIXTURES_REQUIRED wq_root_registered TIMEOUT 300 LABELS module)

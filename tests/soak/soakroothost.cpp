@@ -12,16 +12,6 @@ namespace
 {
 const wchar_t kRootProgId[] = L"WQSessionDataMng.WQ_SessionDataStorageRoot";
 
-struct Handle
-{
-    HANDLE h = nullptr;
-    ~Handle()
-    {
-        if (h)
-            ::CloseHandle(h);
-    }
-};
-
 std::string Hex(const BYTE* bytes, size_t size)
 {
     static const char kDigits[] = "0123456789abcdef";
@@ -72,29 +62,20 @@ SoakRootHost::~SoakRootHost()
     Kill();
 }
 
-void SoakRootHost::Close()
-{
-    if (m_input)
-        ::CloseHandle(m_input);
-    if (m_process)
-        ::CloseHandle(m_process);
-    m_input = m_process = nullptr;
-}
-
 bool SoakRootHost::Kill()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_process || ::WaitForSingleObject(m_process, 0) == WAIT_OBJECT_0)
+    if (!m_process || ::WaitForSingleObject(m_process.Get(), 0) == WAIT_OBJECT_0)
         return false;
-    ::TerminateProcess(m_process, 9);
-    ::WaitForSingleObject(m_process, 10000);
+    ::TerminateProcess(m_process.Get(), 9);
+    ::WaitForSingleObject(m_process.Get(), 10000);
     return true;
 }
 
 bool SoakRootHost::Ended(DWORD milliseconds) const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return !m_process || ::WaitForSingleObject(m_process, milliseconds) == WAIT_OBJECT_0;
+    return !m_process || ::WaitForSingleObject(m_process.Get(), milliseconds) == WAIT_OBJECT_0;
 }
 
 int SoakRootHost::Starts() const
@@ -109,9 +90,10 @@ XComPtr<IWQ_SessionDataIOEx> SoakRootHost::Root(HRESULT& hr)
     XComPtr<IWQ_SessionDataIOEx> root;
     // A host still running hands out its reference again (it was marshalled for any number of
     // unmarshals).
-    if (!m_process || ::WaitForSingleObject(m_process, 0) == WAIT_OBJECT_0)
+    if (!m_process || ::WaitForSingleObject(m_process.Get(), 0) == WAIT_OBJECT_0)
     {
-        Close();
+        m_input.Reset();
+        m_process.Reset();
         m_reference = Start(hr);
         if (m_reference.empty())
             return root;
@@ -126,16 +108,18 @@ XComPtr<IWQ_SessionDataIOEx> SoakRootHost::Root(HRESULT& hr)
 std::string SoakRootHost::Start(HRESULT& hr)
 {
     SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-    Handle childInput, childOutput, output;
-    HANDLE input = nullptr;
-    if (!::CreatePipe(&childInput.h, &input, &inherit, 0) || !::CreatePipe(&output.h, &childOutput.h, &inherit, 0))
+    HANDLE ends[4] = {};  // the child's input and ours, our output end and the child's
+    if (!::CreatePipe(&ends[0], &ends[1], &inherit, 0) || !::CreatePipe(&ends[2], &ends[3], &inherit, 0))
     {
         hr = HRESULT_FROM_WIN32(::GetLastError());
+        for (HANDLE end : ends)
+            XHandle closed(end);
         return std::string();
     }
-    m_input = input;
-    ::SetHandleInformation(m_input, HANDLE_FLAG_INHERIT, 0);
-    ::SetHandleInformation(output.h, HANDLE_FLAG_INHERIT, 0);
+    XHandle childInput(ends[0]), output(ends[2]), childOutput(ends[3]);
+    m_input.Reset(ends[1]);
+    ::SetHandleInformation(m_input.Get(), HANDLE_FLAG_INHERIT, 0);
+    ::SetHandleInformation(output.Get(), HANDLE_FLAG_INHERIT, 0);
 
     wchar_t self[MAX_PATH] = {};
     ::GetModuleFileNameW(nullptr, self, MAX_PATH);
@@ -143,8 +127,8 @@ std::string SoakRootHost::Start(HRESULT& hr)
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = childInput.h;
-    startup.hStdOutput = childOutput.h;
+    startup.hStdInput = childInput.Get();
+    startup.hStdOutput = childOutput.Get();
     startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
     PROCESS_INFORMATION process = {};
     if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process))
@@ -153,13 +137,12 @@ std::string SoakRootHost::Start(HRESULT& hr)
         return std::string();
     }
     ::CloseHandle(process.hThread);
-    m_process = process.hProcess;
+    m_process.Reset(process.hProcess);
     ++m_starts;
     // The host's line: the reference, or nothing when it could not make one (it says why on its
     // standard error).
-    ::CloseHandle(childOutput.h);
-    childOutput.h = nullptr;
-    const std::string line = ReadLine(output.h);
+    childOutput.Reset();  // the pipe ends when the child's end is its own alone
+    const std::string line = ReadLine(output.Get());
     hr = line.empty() ? E_FAIL : S_OK;
     return line;
 }

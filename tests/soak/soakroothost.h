@@ -9,6 +9,7 @@
 // afterwards does not help). A marshalled reference needs no activation.
 #pragma once
 
+#include "XThreadSync.h"
 #include "xcomobject.h"
 #include "xsessiondatamng_h.h"
 
@@ -39,14 +40,13 @@ public:
     static int HostMain(const std::wstring& connection);
 
 private:
-    void Close();
     // A new host; its marshalled reference (hex), empty when it could not make one.
     std::string Start(HRESULT& hr);
 
     std::wstring m_connection;
     mutable std::mutex m_mutex;
-    HANDLE m_process = nullptr;
-    HANDLE m_input = nullptr;  // the write end of the host's standard input
+    XHandle m_process;
+    XHandle m_input;  // the write end of the host's standard input
     int m_starts = 0;
     std::string m_reference;
 };
